@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Installs what is missing, then builds and runs every test twice: in the
+# optimised build and under AddressSanitizer + UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh
+
+# Formatting is part of the build's contract.
+files=$(git ls-files '*.h' '*.cpp' 2>/dev/null || find . -name '*.h' -o -name '*.cpp')
+if [ -n "$files" ]; then
+    clang-format --dry-run --Werror $files
+fi
+
+scripts/build.sh build/release -DCMAKE_BUILD_TYPE=Release
+(cd build/release && ctest --output-on-failure -j "$(nproc)")
+
+scripts/build.sh build/sanitize -DCMAKE_BUILD_TYPE=Debug -DSANITIZE=address,undefined \
+    -DTAVRIX_BENCHMARKS=OFF
+(cd build/sanitize && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    ctest --output-on-failure -j "$(nproc)")
