@@ -45,7 +45,11 @@ public:
     dstring className() const override { return "NullPointerException"; }
 };
 
+namespace Orvane {
+
 /// Refuses a case the caller does not handle: throws
 /// UnsupportedOperationException "<file> line <line>: <message>". Pass
 /// literal unit names and lines, never __FILE__ or __LINE__.
 [[noreturn]] void _unsupported(const char* file, int line, const char* message);
+
+} // namespace Orvane

@@ -21,14 +21,14 @@ TEST(Exception, MessageSharesTheCallersString) {
 }
 
 TEST(Exception, UnsupportedFormatsFileLineAndMessage) {
-    expectThrows<UnsupportedOperationException>([] { _unsupported("image/ops", 42, "bad type"); },
-                                                "image/ops line 42: bad type");
+    expectThrows<UnsupportedOperationException>(
+        [] { Orvane::_unsupported("image/ops", 42, "bad type"); }, "image/ops line 42: bad type");
     // The static buffer is reused; each exception keeps its own copy.
     try {
-        _unsupported("a", 1, "first");
+        Orvane::_unsupported("a", 1, "first");
     } catch (const UnsupportedOperationException& first) {
         try {
-            _unsupported("b", 2, "second");
+            Orvane::_unsupported("b", 2, "second");
         } catch (const UnsupportedOperationException&) {
         }
         EXPECT_STREQ("a line 1: first", first.getMessage().c_str());
