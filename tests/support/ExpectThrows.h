@@ -29,11 +29,17 @@ template <class E, class Body> void expectThrows(Body&& body, const std::string&
     } catch (const E& e) {
         EXPECT_EQ(typeid(E), typeid(e)) << "thrown a subclass of the expected class";
         EXPECT_EQ(text, messageOf(e));
-    } catch (const Exception& e) {
-        ADD_FAILURE() << "expected " << typeid(E).name() << ", got " << e.className() << " \""
-                      << e.getMessage() << "\"";
     } catch (...) {
-        ADD_FAILURE() << "expected " << typeid(E).name() << ", got another exception";
+        // Rethrown here rather than caught above, so that E = Exception
+        // does not leave an unreachable handler.
+        try {
+            throw;
+        } catch (const Exception& e) {
+            ADD_FAILURE() << "expected " << typeid(E).name() << ", got " << e.className() << " \""
+                          << e.getMessage() << "\"";
+        } catch (...) {
+            ADD_FAILURE() << "expected " << typeid(E).name() << ", got another exception";
+        }
     }
 }
 

@@ -1,0 +1,303 @@
+#include "krovel/KrLMSolver.h"
+
+#include "base/Exception.h"
+#include "krovel/KrInverse.h"
+#include "krovel/KrMatrixError.h"
+#include "krovel/KrVectorKernels.h"
+
+#include <cmath>
+#include <cstddef>
+
+namespace {
+
+// The loops below walk raw pointers, so a short vector or matrix is reported
+// once up front with the text its accessor would give at the first index the
+// loop would trip on. False means a handler swallowed the report.
+bool reaches(const KrGenVector<float>& v, int n) {
+    if (n <= 0 || v.length() >= n)
+        return true;
+    KrMatrixError::err("KrVector index %d out of range %d", v.length(), v.length() - 1);
+    return false;
+}
+
+// A Jacobian short of rows or columns: as an element walk over each column
+// pair in turn would find it, the column is named when there are none at
+// all or the rows suffice, otherwise the row.
+bool reaches(const KrGenMatrix<float>& m, int rows, int cols) {
+    if (rows <= 0 || cols <= 0 || (m.rows() >= rows && m.cols() >= cols))
+        return true;
+    if (m.cols() == 0 || m.rows() >= rows)
+        KrMatrixError::err("KrMatrix col %d out of range 0..%d", m.cols(), m.cols() - 1);
+    else
+        KrMatrixError::err("KrMatrix row %d out of range 0..%d", m.rows(), m.rows() - 1);
+    return false;
+}
+
+[[noreturn]] void notFinite() {
+    throw Exception("nan");
+}
+
+// Σᵢ dy(i, k)·dy(i, j) for every pair k <= j, column by column: float
+// products, one double running sum per pair. Row by row the independent sums
+// overlap in time, and each still adds its terms in row order.
+template <int N>
+void _pairSums(const float* dy, ptrdiff_t rs, ptrdiff_t cs, int ny, int nx, double* sums) {
+    const int n = N > 0 ? N : nx;
+    const int pairs = n * (n + 1) / 2;
+    for (int p = 0; p < pairs; ++p)
+        sums[p] = 0.0;
+    for (int i = 0; i < ny; ++i, dy += rs) {
+        double* sum = sums;
+        for (int j = 0; j < n; ++j) {
+            const float rj = dy[j * cs];
+            for (int k = 0; k <= j; ++k)
+                *sum++ += double(dy[k * cs] * rj);
+        }
+    }
+}
+
+// A(k, j) = A(j, k) = Σᵢ dy(i, k)·dy(i, j). The affine refinement has at
+// most six parameters; a fixed count lets the sums live in registers.
+void normalMatrix(const KrGenMatrix<float>& dy, int ny, int nx, double* sums,
+                  KrGenMatrix<float>& a) {
+    const float* p = dy.data();
+    const ptrdiff_t rs = dy.rowStride();
+    const ptrdiff_t cs = dy.colStride();
+    switch (nx) {
+    case 1:
+        _pairSums<1>(p, rs, cs, ny, nx, sums);
+        break;
+    case 2:
+        _pairSums<2>(p, rs, cs, ny, nx, sums);
+        break;
+    case 3:
+        _pairSums<3>(p, rs, cs, ny, nx, sums);
+        break;
+    case 4:
+        _pairSums<4>(p, rs, cs, ny, nx, sums);
+        break;
+    case 5:
+        _pairSums<5>(p, rs, cs, ny, nx, sums);
+        break;
+    case 6:
+        _pairSums<6>(p, rs, cs, ny, nx, sums);
+        break;
+    default:
+        _pairSums<0>(p, rs, cs, ny, nx, sums);
+        break;
+    }
+    // A non-finite float product makes its double sum non-finite, and finite
+    // float products cannot overflow a double sum, so checking each sum once
+    // is checking every product and every partial sum.
+    const double* sum = sums;
+    for (int j = 0; j < nx; ++j) {
+        for (int k = 0; k <= j; ++k, ++sum) {
+            if (!std::isfinite(*sum))
+                notFinite();
+            a(k, j) = float(*sum);
+            a(j, k) = float(*sum);
+        }
+    }
+}
+
+// g[j] = Σᵢ dy(i, j)·(goal[i] − y[i]), each term added in double and the
+// running value stored back as float.
+void gradient(const KrGenMatrix<float>& dy, const KrGenVector<float>& goal,
+              const KrGenVector<float>& y, int ny, int nx, KrGenVector<float>& g) {
+    g = 0.0f;
+    float* gp = g.data();
+    const ptrdiff_t rs = dy.rowStride();
+    const ptrdiff_t cs = dy.colStride();
+    const float* gl = goal.data();
+    const float* yp = y.data();
+    for (int i = 0; i < ny; ++i, gl += goal.stride(), yp += y.stride()) {
+        const double d = double(*gl) - double(*yp);
+        const float* row = dy.data() + i * rs;
+        for (int j = 0; j < nx; ++j)
+            gp[j] = float(double(gp[j]) + double(row[j * cs]) * d);
+    }
+}
+
+// A becomes T·A·T and g becomes T·g, T the diagonal of the trust vector.
+void applyTrust(const KrGenVector<float>& trust, int nx, KrGenMatrix<float>& a,
+                KrGenVector<float>& g) {
+    const float* t = trust.data();
+    const ptrdiff_t ts = trust.stride();
+    float* gp = g.data();
+    for (int i = 0; i < nx; ++i)
+        gp[i] *= t[i * ts];
+    float* ap = a.data();
+    for (int j = 0; j < nx; ++j) {
+        float* column = ap + ptrdiff_t(j) * a.colStride();
+        for (int i = 0; i < nx; ++i) {
+            float& e = column[i * ptrdiff_t(a.rowStride())];
+            e *= t[i * ts];
+            e *= t[j * ts];
+        }
+    }
+}
+
+// Multiplicative damping: a zero diagonal entry stays zero.
+void damp(float lambda, int nx, KrGenMatrix<float>& a) {
+    const double factor = double(lambda) + 1.0;
+    float* e = a.data();
+    const ptrdiff_t diagonal = ptrdiff_t(a.rowStride()) + a.colStride();
+    for (int i = 0; i < nx; ++i, e += diagonal) {
+        *e = float(double(*e) * factor);
+        if (!std::isfinite(*e))
+            notFinite();
+    }
+}
+
+// step = inverse · g in plain float dot products.
+void multiply(const KrGenMatrix<float>& inverse, const KrGenVector<float>& g, int nx,
+              KrGenVector<float>& step) {
+    const float* gp = g.data();
+    float* sp = step.data();
+    for (int i = 0; i < nx; ++i) {
+        const float* row = inverse.data() + ptrdiff_t(i) * inverse.rowStride();
+        float sum = 0.0f;
+        for (int j = 0; j < nx; ++j)
+            sum += row[j * ptrdiff_t(inverse.colStride())] * gp[j];
+        sp[i] = sum;
+    }
+}
+
+// Bounds the step to unit length, then scales each parameter by its trust.
+void trustStep(const KrGenVector<float>& trust, int nx, KrGenVector<float>& step) {
+    float* sp = step.data();
+    const float s = Krovel::_vector_norm2(sp, nx);
+    if (s > 1.0) {
+        const float length = std::sqrt(s);
+        for (int i = 0; i < nx; ++i)
+            sp[i] /= length;
+    }
+    const float* t = trust.data();
+    for (int i = 0; i < nx; ++i)
+        sp[i] *= t[i * ptrdiff_t(trust.stride())];
+}
+
+void add(const KrGenVector<float>& x, const KrGenVector<float>& step, int nx,
+         KrGenVector<float>& sum) {
+    const float* xp = x.data();
+    const float* sp = step.data();
+    float* out = sum.data();
+    for (int i = 0; i < nx; ++i, xp += x.stride())
+        out[i] = *xp + sp[i];
+}
+
+} // namespace
+
+void KrLMSolver::setState(const KrGenVector<float>& x0) {
+    x.reference(x0);
+    nx = x0.length();
+}
+
+void KrLMSolver::setGoal(const KrGenVector<float>& g) {
+    goal.reference(g);
+    ny = g.length();
+}
+
+float KrLMSolver::computeEpsilon(const KrGenVector<float>& v) const {
+    int n = v.length();
+    if (!reaches(goal, n))
+        n = goal.length();
+    if (n <= 0)
+        return 0.0f;
+    KrGenVector<float> difference(n, 0.0f);
+    float* d = difference.data();
+    const float* vp = v.data();
+    const float* gp = goal.data();
+    for (int i = 0; i < n; ++i, vp += v.stride(), gp += goal.stride())
+        d[i] = *vp - *gp;
+    return std::sqrt(Krovel::_vector_norm2(d, n));
+}
+
+void KrLMSolver::solve() {
+    if (!problem)
+        throw NullPointerException("KrLMSolver::solve: no problem");
+
+    float lambda = 0.01f;
+    bool jacobianStale = true;
+    bool problemHoldsX = true;
+    int stall = 0;
+
+    problem->setX(x);
+    problem->evalY(y);
+    // The problem may have handed out storage of its own, which accepted
+    // outputs must not overwrite.
+    y.unique();
+    float epsilon = computeEpsilon(y);
+    if (iterationLimit < 2)
+        return;
+
+    // Scratch sized once per solve. The normal matrix and gradient are fully
+    // rewritten every iteration; no element loop allocates.
+    KrGenMatrix<float> a(nx, nx);
+    KrGenVector<double> sums(nx * (nx + 1) / 2, 0.0);
+    KrGenVector<float> g(nx, 0.0f);
+    KrGenVector<float> step(nx, 0.0f);
+    KrGenVector<float> trialX(nx, 0.0f);
+    KrGenVector<float> trialY;
+
+    for (int iteration = 1; iteration < iterationLimit; ++iteration) {
+        if (jacobianStale) {
+            if (!problemHoldsX)
+                problem->setX(x);
+            problem->evalDy(dy);
+            jacobianStale = false;
+        }
+        if (!reaches(dy, ny, nx))
+            return;
+        normalMatrix(dy, ny, nx, sums.data(), a);
+
+        if (!reaches(y, ny))
+            return;
+        gradient(dy, goal, y, ny, nx, g);
+
+        const bool trusted = !trust.isEmpty();
+        if (trusted) {
+            if (!reaches(trust, nx))
+                return;
+            applyTrust(trust, nx, a, g);
+        }
+        damp(lambda, nx, a);
+        multiply(inverse(a), g, nx, step);
+        if (trusted)
+            trustStep(trust, nx, step);
+
+        // A problem that kept a handle on the last trial keeps its values:
+        // the next trial then goes into fresh storage.
+        if (trialX.refCount() != 1)
+            trialX = KrGenVector<float>(nx, 0.0f);
+        add(x, step, nx, trialX);
+        problem->setX(trialX);
+        problem->evalY(trialY);
+        const float trialEpsilon = computeEpsilon(trialY);
+
+        const double gain = (epsilon - trialEpsilon) / (std::fabs(epsilon) + 1.0);
+        // The stall test comes first: the trial that completes a stall is
+        // discarded even when it improved the error.
+        if (gain > tolerance) {
+            stall = 0;
+        } else if (++stall >= stallLimit) {
+            return;
+        }
+
+        if (trialEpsilon < epsilon) {
+            x.set(trialX);
+            y.set(trialY);
+            epsilon = trialEpsilon;
+            lambda = lambda / 10;
+            jacobianStale = true;
+            problemHoldsX = true;
+        } else {
+            // Less damping after a rejection too: the next trial reuses the
+            // Jacobian with a longer step.
+            lambda = float(double(lambda) * 0.1);
+            problemHoldsX = false;
+            if (resetStallOnSmallDamping && lambda < 0.05)
+                stall = 0;
+        }
+    }
+}
