@@ -1,0 +1,36 @@
+#pragma once
+
+#include "image/Image.h"
+#include "krovel/KrGenMatrix.h"
+
+namespace Orvane {
+
+/// Fills every pixel of `dst` by bilinear sampling of `src` at the position
+/// the 2x3 matrix `m` gives for the pixel's centre: destination (x + 0.5,
+/// y + 0.5) maps to source (m00 x' + m01 y' + m02, m10 x' + m11 y' + m12),
+/// where source pixel centres also sit at +0.5. Positions are evaluated in
+/// single precision; beyond the source edge the edge pixel repeats. An empty
+/// source fills `dst` with 0.
+///
+/// `dst` must be FLOAT ("wrong datatype float; image is ..."); `src` must be
+/// FLOAT or DOUBLE ("xform_bilinear only supports float and double", or "src
+/// datatype unknown"); both need the same channel count
+/// ("nc == dstfmt.getNumChannels()"). All are IllegalArgumentException.
+void xform_bilinear(Image src, Image dst, const KrGenMatrix<float>& m);
+void xform_bilinear(Image src, Image dst, const KrGenMatrix<double>& m);
+
+/// The warp for source samples S and matrix elements D; `dstBuffer` is the
+/// first float of `dst`.
+template <class S, class D>
+void _xform_bilinear(const Image& src, const Image& dst, const KrGenMatrix<D>& m, float* dstBuffer);
+
+extern template void _xform_bilinear<float, float>(const Image&, const Image&,
+                                                   const KrGenMatrix<float>&, float*);
+extern template void _xform_bilinear<double, float>(const Image&, const Image&,
+                                                    const KrGenMatrix<float>&, float*);
+extern template void _xform_bilinear<float, double>(const Image&, const Image&,
+                                                    const KrGenMatrix<double>&, float*);
+extern template void _xform_bilinear<double, double>(const Image&, const Image&,
+                                                     const KrGenMatrix<double>&, float*);
+
+} // namespace Orvane
