@@ -1,0 +1,284 @@
+#include "krovel/AffineProblem.h"
+
+#include "image/Convert.h"
+#include "image/DatatypeSwitch.h"
+#include "image/Format.h"
+#include "image/Xform.h"
+#include "krovel/AffineWarp.h"
+#include "krovel/KrLMSolver.h"
+#include "krovel/KrMatrixError.h"
+#include "krovel/KrRange.h"
+#include "krovel/KrVectorKernels.h"
+
+#include <cmath>
+#include <cstdint>
+
+namespace Krovel {
+
+template <class T, class D> void _flattenImage(const Orvane::Image& img, KrGenVector<D>& v) {
+    const Orvane::GenRect<int>& b = img.getBounds();
+    const int w = b.w > 0 ? b.w : 0;
+    const int h = b.h > 0 ? b.h : 0;
+    const int rowCount = img.getFormat().getNumChannels() * w;
+    v.resize(rowCount * h);
+    if (rowCount == 0 || h == 0)
+        return;
+    T* pixels;
+    img.getBuffer(pixels);
+    const unsigned char* row = reinterpret_cast<const unsigned char*>(pixels);
+    const intptr_t stride = img.getStride();
+    D* out = v.data();
+    const int step = v.stride();
+    for (int y = 0; y < h; ++y, row += stride) {
+        const T* p = reinterpret_cast<const T*>(row);
+        if (step == 1) {
+            for (int i = 0; i < rowCount; ++i)
+                out[i] = static_cast<D>(p[i]);
+            out += rowCount;
+        } else {
+            for (int i = 0; i < rowCount; ++i, out += step)
+                *out = static_cast<D>(p[i]);
+        }
+    }
+}
+
+template void _flattenImage<unsigned char, float>(const Orvane::Image&, KrGenVector<float>&);
+template void _flattenImage<unsigned short, float>(const Orvane::Image&, KrGenVector<float>&);
+template void _flattenImage<unsigned int, float>(const Orvane::Image&, KrGenVector<float>&);
+template void _flattenImage<float, float>(const Orvane::Image&, KrGenVector<float>&);
+template void _flattenImage<double, float>(const Orvane::Image&, KrGenVector<float>&);
+
+} // namespace Krovel
+
+void flattenImage(const Orvane::Image& img, KrGenVector<float>& v) {
+    Orvane::switchDatatype(img.getFormat().getDatatype(), "image datatype unknown", [&](auto s) {
+        using T = typename decltype(s)::type;
+        Krovel::_flattenImage<T, float>(img, v);
+    });
+}
+
+template <class T> void unbias(KrGenVector<T>& v) {
+    const int n = v.length();
+    T* p = v.data();
+    const int step = v.stride();
+    // Two passes in double: the deviations of a flat vector are exactly zero,
+    // so it is reported rather than scaled by the inverse of a rounding error.
+    double sum = 0;
+    double squares = 0;
+    if (step == 1) {
+        for (int i = 0; i < n; ++i)
+            sum += p[i];
+        const double mean = sum / n;
+        for (int i = 0; i < n; ++i) {
+            const double d = p[i] - mean;
+            squares += d * d;
+        }
+    } else {
+        for (int i = 0; i < n; ++i)
+            sum += p[ptrdiff_t(i) * step];
+        const double mean = sum / n;
+        for (int i = 0; i < n; ++i) {
+            const double d = p[ptrdiff_t(i) * step] - mean;
+            squares += d * d;
+        }
+    }
+    const double mean = sum / n;
+    const double sigma = std::sqrt(squares / n);
+    if (!std::isfinite(1 / sigma)) {
+        KrMatrixError::err("divide by zero");
+        return;
+    }
+    if (step == 1) {
+        for (int i = 0; i < n; ++i)
+            p[i] = static_cast<T>((p[i] - mean) / sigma);
+    } else {
+        for (int i = 0; i < n; ++i, p += step)
+            *p = static_cast<T>((*p - mean) / sigma);
+    }
+}
+
+template void unbias(KrGenVector<float>&);
+template void unbias(KrGenVector<double>&);
+
+namespace {
+
+// The pixels of a float image without row padding, as a vector over its buffer.
+KrGenVector<float> wrapPixels(const Orvane::Image& img) {
+    const Orvane::GenRect<int>& b = img.getBounds();
+    float* pixels;
+    img.getBuffer(pixels);
+    return KrGenVector<float>(pixels, img.getFormat().getNumChannels() * b.w * b.h, false);
+}
+
+const float kStep = 0.001f;
+const int kCoarsePixels = 325;
+
+} // namespace
+
+int AffineProblem::xlength() const {
+    return (useTranslation ? 2 : 0) + (useRotation ? 1 : 0) + (useScale ? 1 : 0) +
+           (useStretch ? 2 : 0);
+}
+
+void AffineProblem::pack(KrGenVector<float>& v, const AffineTransform& t) const {
+    v.resize(xlength());
+    int i = 0;
+    if (useTranslation) {
+        v(i++) = t.tx;
+        v(i++) = t.ty;
+    }
+    if (useRotation)
+        v(i++) = t.ro;
+    if (useScale)
+        v(i++) = t.sc;
+    if (useStretch) {
+        v(i++) = t.st0;
+        v(i++) = t.st1;
+    }
+}
+
+void AffineProblem::unpack(const KrGenVector<float>& v, AffineTransform& t) const {
+    int i = 0;
+    if (useTranslation) {
+        t.tx = v(i++);
+        t.ty = v(i++);
+    }
+    if (useRotation)
+        t.ro = v(i++);
+    if (useScale)
+        t.sc = v(i++);
+    if (useStretch) {
+        t.st0 = v(i++);
+        t.st1 = v(i++);
+    }
+}
+
+KrGenVector<float> AffineProblem::initState() const {
+    KrGenVector<float> v;
+    pack(v, xform);
+    return v;
+}
+
+AffineTransform AffineProblem::getTrust() const {
+    const Orvane::GenRect<int>& b = pattern.getBounds();
+    const float r = 1 / std::sqrt(float(b.w * b.h));
+    return AffineTransform(0.5f, 0.5f, r, r, r, r);
+}
+
+void AffineProblem::getMatrix(KrGenMatrix<float>& m) const {
+    xform.getMatrix(m);
+}
+
+void AffineProblem::getMatrix(KrGenMatrix<double>& m) const {
+    xform.getMatrix(m);
+}
+
+void AffineProblem::getMatrix(const KrGenVector<float>& v, KrGenMatrix<float>& m) const {
+    AffineTransform t = xform;
+    unpack(v, t);
+    t.getMatrix(m);
+}
+
+void AffineProblem::getMatrix(const KrGenVector<float>& v, KrGenMatrix<double>& m) const {
+    AffineTransform t = xform;
+    unpack(v, t);
+    t.getMatrix(m);
+}
+
+void AffineProblem::project(const KrGenVector<float>& v, Orvane::Image& src,
+                            Orvane::Image& dst) const {
+    float elements[6];
+    KrGenMatrix<float> m(elements, 2, 3, KrGenMatrix<float>::RowMajor);
+    getMatrix(v, m);
+    // The second point is the centre, the first the anchor.
+    Orvane::xform_bilinear<float>(src, dst, m, centre, anchor);
+}
+
+void AffineProblem::setX(const KrGenVector<float>& v) {
+    x = v;
+    projected.allocate(pattern.getBounds(), search.getFormat());
+    project(x, search, projected);
+    projected = Orvane::convertToDatatype(projected, Orvane::FLOAT);
+    KrGenVector<float> pixels = wrapPixels(projected);
+    unbias(pixels);
+}
+
+void AffineProblem::evalY(KrGenVector<float>& y) {
+    flattenImage(projected, y);
+}
+
+void AffineProblem::evalDy(KrGenMatrix<float>& dy) {
+    const int n = xlength();
+    const KrGenVector<float> current = wrapPixels(projected);
+    const int count = current.length();
+    dy.resize(count, n, KrGenMatrix<float>::AnyLayout);
+    const float* base = current.data();
+    const ptrdiff_t rowStep = dy.rowStride();
+
+    trialX.resize(x.length());
+    for (int j = 0; j < n; ++j) {
+        trialX.set(x);
+        trialX(j) += kStep;
+        trial.allocate(pattern.getBounds(), search.getFormat());
+        project(trialX, search, trial);
+        flattenImage(Orvane::convertToDatatype(trial, Orvane::FLOAT), trialY);
+        unbias(trialY);
+        const float* moved = trialY.data();
+        float* column = dy.data() + ptrdiff_t(j) * dy.colStride();
+        for (int i = 0; i < count; ++i)
+            column[i * rowStep] = (moved[i] - base[i]) / kStep;
+    }
+}
+
+void AffineProblem::execute() {
+    const Orvane::GenRect<int> bounds = pattern.getBounds();
+    if (coarseToFine && bounds.w * bounds.h >= kCoarsePixels) {
+        AffineProblem half;
+        half.xform = xform;
+        half.pattern = Orvane::scale(pattern, 0.5, 0.5);
+        half.search = Orvane::scale(search, 0.5, 0.5);
+        half.anchor = Orvane::GenPoint<float>(anchor.x * 0.5f, anchor.y * 0.5f);
+        half.centre = Orvane::GenPoint<float>(centre.x * 0.5f, centre.y * 0.5f);
+        half.useTranslation = useTranslation;
+        half.useRotation = useRotation;
+        half.useScale = useScale;
+        half.useStretch = useStretch;
+        half.execute();
+        // The translation comes back in half-size pixels and is kept as it
+        // is: the full-size solve starts from half the offset and finishes it.
+        xform.tx = float(2.0 * half.xform.tx * 0.5);
+        xform.ty = float(2.0 * half.xform.ty * 0.5);
+        xform.ro = half.xform.ro;
+        xform.sc = half.xform.sc;
+        xform.st0 = half.xform.st0;
+        xform.st1 = half.xform.st1;
+    }
+
+    projected = Orvane::Image(bounds, pattern.getFormat());
+    KrLMSolver solver;
+    solver.setProblem(this);
+
+    KrGenVector<float> goal;
+    flattenImage(pattern, goal);
+    unbias(goal);
+    solver.setGoal(goal);
+    solver.setState(initState());
+    KrGenVector<float> trust;
+    pack(trust, getTrust());
+    solver.setTrust(trust);
+    solver.solve();
+
+    KrGenVector<float> state = solver.getState();
+    setX(state);
+    unpack(x, xform);
+
+    KrGenMatrix<float> m;
+    xform.getMatrix(m);
+    resultTx = m(0, 2);
+    resultTy = m(1, 2);
+    linear = m(KrAll(), KrRange(0, 1));
+
+    KrGenVector<float> y;
+    evalY(y);
+    quality = float(covariance(y, goal));
+}

@@ -1,0 +1,160 @@
+#pragma once
+
+#include "image/GenRect.h"
+#include "image/Image.h"
+#include "krovel/AffineTransform.h"
+#include "krovel/KrGenMatrix.h"
+#include "krovel/KrGenVector.h"
+#include "krovel/KrLMProblem.h"
+
+/// Copies the samples of `img` into `v` as floats, row by row with the
+/// channels interleaved as stored, skipping each row's padding; `v` is
+/// resized to channels × width × height. The values are cast, not rescaled:
+/// a UB1 sample 255 becomes 255.0f. An unknown datatype throws
+/// IllegalArgumentException "image datatype unknown".
+void flattenImage(const Orvane::Image& img, KrGenVector<float>& v);
+
+/// Normalises `v` in place to zero mean and unit variance, writing through
+/// its storage (into an image buffer when `v` wraps one). Sums are taken in
+/// double. A flat or empty vector, whose 1/σ is not finite, reports "divide
+/// by zero" through KrMatrixError::err and is left unchanged.
+template <class T> void unbias(KrGenVector<T>& v);
+
+namespace Krovel {
+
+/// flattenImage for a known sample type T, written into a D vector.
+template <class T, class D> void _flattenImage(const Orvane::Image& img, KrGenVector<D>& v);
+
+} // namespace Krovel
+
+/// The affine refinement: finds the transform under which the search image,
+/// warped into the pattern's frame, best matches the pattern in normalised
+/// intensity (zero mean, unit variance), by Levenberg–Marquardt.
+///
+/// The warp samples `search` at centre + M · (p − anchor) for each pattern
+/// pixel p, with M the matrix of the transform (AffineTransform). So the
+/// result maps offsets from the anchor in the pattern to offsets from the
+/// centre in the search image: a positive tx means the feature lies further
+/// right in the search image, and sc > 1 means it appears larger there.
+///
+/// Use: set the images, the anchor and centre, the free parameters and a
+/// starting transform; `execute`; read `getXform`, `getTranslation`,
+/// `getLinear` and `getQuality`. The search image must be FLOAT (the warp
+/// writes float pixels in the search image's format) with the pattern's
+/// channel count; the pattern may be of any datatype.
+class AffineProblem : public KrLMProblem {
+public:
+    /// All four parameter groups free, coarse to fine on, identity start.
+    AffineProblem() = default;
+    ~AffineProblem() override = default;
+
+    AffineProblem(const AffineProblem&) = delete;
+    AffineProblem& operator=(const AffineProblem&) = delete;
+
+    /// Shares `v` as the current parameters and warps the search image into
+    /// `projected` under them, normalised in place.
+    void setX(const KrGenVector<float>& v) override;
+    /// The normalised projected image, flattened.
+    void evalY(KrGenVector<float>& y) override;
+    /// The Jacobian by forward differences of 0.001 in every parameter.
+    void evalDy(KrGenMatrix<float>& dy) override;
+    /// Solves from the current transform, first at half resolution when
+    /// coarse to fine is on and the pattern has at least 325 pixels. Solver
+    /// errors ("nan", "inverse: singular matrix") propagate; the transform
+    /// then keeps its value from before the call or from the half-size step.
+    virtual void execute();
+
+    /// The reference patch; its bounds fix the size of the output.
+    void setPattern(const Orvane::Image& img) { pattern = img; }
+    const Orvane::Image& getPattern() const { return pattern; }
+    /// The image that is warped.
+    void setSearch(const Orvane::Image& img) { search = img; }
+    const Orvane::Image& getSearch() const { return search; }
+    /// The search image at the current parameters, float and normalised.
+    const Orvane::Image& getProjected() const { return projected; }
+
+    /// The point of the pattern that the transform turns about.
+    void setAnchor(const Orvane::GenPoint<float>& p) { anchor = p; }
+    const Orvane::GenPoint<float>& getAnchor() const { return anchor; }
+    /// Where the anchor lands in the search image before translation.
+    void setCentre(const Orvane::GenPoint<float>& p) { centre = p; }
+    const Orvane::GenPoint<float>& getCentre() const { return centre; }
+
+    /// Which parameters are free: tx and ty, ro, sc, st0 and st1.
+    void setUseTranslation(bool on) { useTranslation = on; }
+    void setUseRotation(bool on) { useRotation = on; }
+    void setUseScale(bool on) { useScale = on; }
+    void setUseStretch(bool on) { useStretch = on; }
+    bool getUseTranslation() const { return useTranslation; }
+    bool getUseRotation() const { return useRotation; }
+    bool getUseScale() const { return useScale; }
+    bool getUseStretch() const { return useStretch; }
+    /// Solve first on images halved, repeatedly, below 325 pattern pixels.
+    void setCoarseToFine(bool on) { coarseToFine = on; }
+    bool getCoarseToFine() const { return coarseToFine; }
+
+    /// The starting transform before `execute`, the result after.
+    void setXform(const AffineTransform& t) { xform = t; }
+    const AffineTransform& getXform() const { return xform; }
+
+    /// The number of free parameters, 0 to 6.
+    int xlength() const;
+    /// Resizes `v` to xlength() and fills it with the free parameters of `t`
+    /// in the order tx, ty, ro, sc, st0, st1.
+    void pack(KrGenVector<float>& v, const AffineTransform& t) const;
+    /// The inverse of pack: writes the free parameters from `v` into `t`,
+    /// leaving the others. A short `v` reports "KrVector index %d out of
+    /// range %d".
+    void unpack(const KrGenVector<float>& v, AffineTransform& t) const;
+    /// The packed transform, in a new vector.
+    KrGenVector<float> initState() const;
+    /// The size of a unit solver step: half a pixel for the translation,
+    /// 1/√(pattern pixels) for the other parameters.
+    AffineTransform getTrust() const;
+
+    /// The matrix of the transform (AffineTransform::getMatrix).
+    void getMatrix(KrGenMatrix<float>& m) const;
+    void getMatrix(KrGenMatrix<double>& m) const;
+    /// The matrix of the transform with `v` unpacked over it.
+    void getMatrix(const KrGenVector<float>& v, KrGenMatrix<float>& m) const;
+    void getMatrix(const KrGenVector<float>& v, KrGenMatrix<double>& m) const;
+
+    /// Warps `src` into `dst` (FLOAT, already allocated) under the transform
+    /// with `v` unpacked over it, about the centre and the anchor.
+    void project(const KrGenVector<float>& v, Orvane::Image& src, Orvane::Image& dst) const;
+
+    /// After `execute`: the translation column of the result matrix.
+    Orvane::GenPoint<float> getTranslation() const { return {resultTx, resultTy}; }
+    float getResultTx() const { return resultTx; }
+    float getResultTy() const { return resultTy; }
+    /// After `execute`: the left 2 by 2 of the result matrix (a view).
+    const KrGenMatrix<float>& getLinear() const { return linear; }
+    /// After `execute`: the correlation coefficient of the warped search
+    /// image with the pattern, 1 for a perfect match.
+    float getQuality() const { return quality; }
+
+private:
+    Orvane::Image pattern;
+    Orvane::Image search;
+    Orvane::Image projected;
+    // The trial warp of evalDy, kept so that it is allocated once per
+    // problem rather than once per parameter and iteration.
+    Orvane::Image trial;
+    Orvane::GenPoint<float> anchor;
+    Orvane::GenPoint<float> centre;
+    bool useTranslation = true;
+    bool useRotation = true;
+    bool useScale = true;
+    bool useStretch = true;
+    bool coarseToFine = true;
+    AffineTransform xform;
+    KrGenVector<float> x;
+    float resultTx = 0;
+    float resultTy = 0;
+    KrGenMatrix<float> linear;
+    float quality = 0;
+
+    // Reused by evalDy across parameters and iterations.
+    KrGenVector<float> trialX;
+    KrGenVector<float> trialY;
+};
