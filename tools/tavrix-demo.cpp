@@ -74,8 +74,7 @@ int main(int argc, char** argv) {
     const Texture texture(7);
 
     Image first = render(texture, motion(0), width, height);
-    const GenRect<int> patternRect(width / 2 - half, height / 2 - half, 2 * half + 1,
-                                   2 * half + 1);
+    const GenRect<int> patternRect(width / 2 - half, height / 2 - half, 2 * half + 1, 2 * half + 1);
     const Image pattern = Orvane::copy(first.clip(patternRect));
     const GenPoint<float> origin(patternRect.x + half + 0.5f, patternRect.y + half + 0.5f);
 
@@ -120,8 +119,8 @@ int main(int argc, char** argv) {
         const double error = std::hypot(position.x - tx, position.y - ty);
         worst = std::max(worst, error);
         sumSq += error * error;
-        std::printf("%5d %8.3f %8.3f %9.3f %9.3f %7.4f %6.4f\n", t, tx, ty, position.x,
-                    position.y, error, refine.getQuality());
+        std::printf("%5d %8.3f %8.3f %9.3f %9.3f %7.4f %6.4f\n", t, tx, ty, position.x, position.y,
+                    error, refine.getQuality());
     }
     std::printf("max error %.4f px, rms %.4f px over %d frames; %.1f us per tracking step\n", worst,
                 std::sqrt(sumSq / frames), frames, 1e6 * seconds / frames);
