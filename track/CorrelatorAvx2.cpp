@@ -12,14 +12,6 @@ namespace CorrelatorKernels {
 
 namespace {
 
-inline const float* rowOf(const float* base, std::ptrdiff_t stride, int y) {
-    return reinterpret_cast<const float*>(reinterpret_cast<const char*>(base) + y * stride);
-}
-
-inline float* rowOf(float* base, std::ptrdiff_t stride, int y) {
-    return reinterpret_cast<float*>(reinterpret_cast<char*>(base) + y * stride);
-}
-
 // R output rows by K vectors of 8 columns. Each search row is loaded once
 // per column step and feeds every output row of the block, paired with the
 // pattern row that lines up with it. R * K accumulators, K search vectors

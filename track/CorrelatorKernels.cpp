@@ -2,18 +2,6 @@
 
 namespace CorrelatorKernels {
 
-namespace {
-
-inline const float* rowOf(const float* base, std::ptrdiff_t stride, int y) {
-    return reinterpret_cast<const float*>(reinterpret_cast<const char*>(base) + y * stride);
-}
-
-inline float* rowOf(float* base, std::ptrdiff_t stride, int y) {
-    return reinterpret_cast<float*>(reinterpret_cast<char*>(base) + y * stride);
-}
-
-} // namespace
-
 void correlateScalar(const Args& a) {
     for (int y = 0; y < a.ch; ++y) {
         float* o = rowOf(a.out, a.outStride, y);

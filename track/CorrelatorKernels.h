@@ -22,6 +22,14 @@ struct Args {
     int ch;
 };
 
+/// Row y of a plane whose rows are `stride` bytes apart.
+inline const float* rowOf(const float* base, std::ptrdiff_t stride, int y) {
+    return reinterpret_cast<const float*>(reinterpret_cast<const char*>(base) + y * stride);
+}
+inline float* rowOf(float* base, std::ptrdiff_t stride, int y) {
+    return reinterpret_cast<float*>(reinterpret_cast<char*>(base) + y * stride);
+}
+
 /// Portable loop; sums each cell in row-major pattern order, so its results
 /// equal a plain float accumulation bit for bit.
 void correlateScalar(const Args& a);
