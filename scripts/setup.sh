@@ -7,7 +7,8 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     liblapack-dev
     libopenimageio-dev
-    libgl-dev libosmesa6-dev
+    libgl-dev
+    libegl-dev libgl1-mesa-dri
     clang-format
 )
 

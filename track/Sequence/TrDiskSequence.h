@@ -1,0 +1,61 @@
+#pragma once
+
+#include "base/Array.h"
+#include "base/dstring.h"
+#include "image/GenRect.h"
+#include "image/Image.h"
+#include "track/Sequence/TrSequence.h"
+
+/// Numbered image files in one directory, served as frames through the
+/// process-wide image cache. A pattern names the series, a run of "#"
+/// standing for the frame number: "/shots/a/shot####.exr".
+class TrDiskSequence : public TrSequence {
+public:
+    /// No series yet: call setFilename before asking for frames.
+    TrDiskSequence() = default;
+    /// setFilename(pattern).
+    explicit TrDiskSequence(const dstring& pattern);
+
+    /// Scans the pattern's directory for the files that fit it and takes the
+    /// lowest and highest frame numbers and the shortest digit count.
+    /// Throws IllegalArgumentException "bad filename \"<directory>\"" when
+    /// the directory cannot be resolved or opened, "not found" when no file
+    /// fits, Exception "readdir_r error <errno>" when reading the directory
+    /// fails, and the number conversion's exception when a fitting name
+    /// holds no number. On failure the sequence is unchanged.
+    void setFilename(const dstring& pattern);
+    /// The directory, a "/" (doubled after the directory's own), the prefix,
+    /// one "#" per digit and the suffix.
+    dstring getFilename() const;
+
+    int getFirstFrame() override { return firstFrame; }
+    int getLastFrame() override { return lastFrame; }
+    /// Moving the first frame forgets the cached bounds, which it indexes.
+    void setFirstFrame(int frame);
+    void setLastFrame(int frame) { lastFrame = frame; }
+    /// Digits to which frame numbers are padded.
+    int getWidth() const { return width; }
+
+    /// The file of frame `t` (rounded): directory, prefix, the number padded
+    /// with zeros to the width (never shortened) and suffix.
+    dstring getFramePath(float t) const;
+
+    /// Frame `t` from the cache, or read from its file and cached. A file
+    /// that cannot be read throws IllegalArgumentException naming the file
+    /// and the reason, and nothing is cached.
+    Orvane::Image getFrame(float t) override;
+    /// The bounds of frame `t`, read once per frame and then remembered. A
+    /// frame before the first throws BadIndexException "Array::operator[]".
+    Orvane::GenRect<int> getBounds(float t) override;
+
+private:
+    /// Indexed by frame - first frame; an empty rectangle is not known yet.
+    Array<Orvane::GenRect<int>> bounds;
+    /// Resolved, with its trailing "/".
+    dstring directory;
+    dstring prefix;
+    dstring suffix;
+    int firstFrame = 0;
+    int lastFrame = 0;
+    int width = 0;
+};
