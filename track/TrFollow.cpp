@@ -1,0 +1,490 @@
+#include "track/TrFollow.h"
+
+#include "base/Exception.h"
+#include "image/Convert.h"
+#include "image/Copy.h"
+#include "image/Format.h"
+#include "krovel/AffineProblem.h"
+#include "krovel/AffineWarp.h"
+#include "krovel/KrMatrixError.h"
+#include "track/DoubleImageSum.h"
+#include "track/Matcher.h"
+#include "track/Reducer.h"
+#include "track/TrFeedback.h"
+
+#include <cmath>
+#include <memory>
+#include <utility>
+
+using Orvane::GenPoint;
+using Orvane::GenRect;
+using Orvane::Image;
+
+// ---- TrTrackInfo
+
+TrTrackInfo::~TrTrackInfo() {
+    delete matcher;
+    delete reducer;
+}
+
+TrTrackInfo::TrTrackInfo(TrTrackInfo&& other) noexcept {
+    swap(other);
+}
+
+TrTrackInfo& TrTrackInfo::operator=(TrTrackInfo&& other) noexcept {
+    // The old reducer and matcher leave with `other`, which deletes them.
+    swap(other);
+    return *this;
+}
+
+void TrTrackInfo::swap(TrTrackInfo& other) noexcept {
+    using std::swap;
+    swap(origin, other.origin);
+    swap(patternRect, other.patternRect);
+    swap(patternBounds, other.patternBounds);
+    swap(pattern, other.pattern);
+    swap(search, other.search);
+    swap(searchRaw, other.searchRaw);
+    swap(position, other.position);
+    swap(transform, other.transform);
+    swap(prevTransform, other.prevTransform);
+    swap(matrix, other.matrix);
+    swap(transformGain, other.transformGain);
+    swap(patternFrame, other.patternFrame);
+    swap(velocity, other.velocity);
+    swap(velocityWeight, other.velocityWeight);
+    swap(reducer, other.reducer);
+    swap(matcher, other.matcher);
+    swap(prevPosition, other.prevPosition);
+    swap(predicted, other.predicted);
+    swap(matchOffset, other.matchOffset);
+    swap(affineOffset, other.affineOffset);
+    swap(score, other.score);
+    swap(failCount, other.failCount);
+}
+
+namespace {
+
+// The values a failed attempt may have changed, so that every attempt of a
+// step starts from the same state. The matrix is copied: the refinement
+// may write into the storage it shares.
+struct SavedStep {
+    explicit SavedStep(const TrTrackInfo& info)
+        : position(info.position), matrix(info.matrix.copy(KrGenMatrix<float>::AnyLayout)),
+          transform(info.transform), prevTransform(info.prevTransform),
+          affineOffset(info.affineOffset), score(info.score), velocity(info.velocity),
+          matchOffset(info.matchOffset), predicted(info.predicted), prevPosition(info.prevPosition),
+          velocityWeight(info.velocityWeight), transformGain(info.transformGain),
+          origin(info.origin), patternRect(info.patternRect), patternBounds(info.patternBounds),
+          failCount(info.failCount) {}
+
+    void restore(TrTrackInfo& info) const {
+        info.position = position;
+        info.matrix = matrix.copy(KrGenMatrix<float>::AnyLayout);
+        info.transform = transform;
+        info.prevTransform = prevTransform;
+        info.affineOffset = affineOffset;
+        info.score = score;
+        info.velocity = velocity;
+        info.matchOffset = matchOffset;
+        info.predicted = predicted;
+        info.prevPosition = prevPosition;
+        info.velocityWeight = velocityWeight;
+        info.transformGain = transformGain;
+        info.origin = origin;
+        info.patternRect = patternRect;
+        info.patternBounds = patternBounds;
+        info.failCount = failCount;
+    }
+
+    GenPoint<float> position;
+    KrGenMatrix<float> matrix;
+    AffineTransform transform;
+    AffineTransform prevTransform;
+    GenPoint<float> affineOffset;
+    double score;
+    GenPoint<double> velocity;
+    GenPoint<float> matchOffset;
+    GenPoint<double> predicted;
+    GenPoint<double> prevPosition;
+    double velocityWeight;
+    double transformGain;
+    GenPoint<float> origin;
+    GenRect<double> patternRect;
+    GenRect<int> patternBounds;
+    int failCount;
+};
+
+int roundToInt(double v) {
+    return int(std::lround(v));
+}
+
+// `rect` scaled by `g` about `p`, each edge rounded on its own so that
+// abutting rectangles stay abutting.
+GenRect<int> placeRect(const GenPoint<float>& p, const GenRect<double>& rect, double g) {
+    const int x0 = roundToInt(p.x + rect.x * g);
+    const int y0 = roundToInt(p.y + rect.y * g);
+    const int x1 = roundToInt(p.x + rect.x * g + rect.w * g);
+    const int y1 = roundToInt(p.y + rect.y * g + rect.h * g);
+    return GenRect<int>(x0, y0, x1 - x0, y1 - y0);
+}
+
+bool hasPixels(const Image& img) {
+    return img.exists() && !img.getBounds().isEmpty();
+}
+
+// A reducer may hand a one-channel source back as it is, which is then a
+// view of the shot's frame; what outlives the step must own its pixels, and
+// the warp and the refinement read float samples.
+Image ownedFloat(const Image& reduced, const Image& source) {
+    Image f = Orvane::convertToDatatype(reduced, Orvane::FLOAT);
+    if (f == source)
+        f = Orvane::copy(f);
+    return f;
+}
+
+GenPoint<double> toDouble(const GenPoint<float>& p) {
+    return GenPoint<double>(p.x, p.y);
+}
+
+const dstring kDefault("default");
+const dstring kStop("stop");
+const dstring kPredict("predict");
+const dstring kPredictAndKey("predictAndKey");
+const dstring kDontPredict("dontPredict");
+const dstring kUseExistingCurve("useExistingCurve");
+
+const int kMaxPredicted = 5;
+const double kVelocityWeight = 0.6;
+
+} // namespace
+
+// ---- TrFollow
+
+TrFollow::TrFollow() = default;
+
+TrFollow::~TrFollow() = default;
+
+void TrFollow::setShot(TrShot* s) {
+    shot = s;
+}
+
+TrShot* TrFollow::getShot() const {
+    return shot.get();
+}
+
+void TrFollow::setFeedback(TrFeedback* f) {
+    feedback = f;
+}
+
+TrFeedback* TrFollow::getFeedback() const {
+    return feedback;
+}
+
+TrShot* TrFollow::checkedShot() const {
+    shot.checkobj();
+    TrShot* s = shot.get();
+    if (s == nullptr)
+        throw NullPointerException("TrFollow: no shot");
+    shot.getSafeObject()->checkobj();
+    return s;
+}
+
+void TrFollow::begin(int frame, int stepArg) {
+    beginFrame = frame;
+    firstFrame = frame;
+    step = stepArg;
+    const int count = checkedShot()->getTrackCount();
+    // Records are made in place: each owns a reducer and a matcher, so they
+    // are moved, never copied.
+    infos.clear();
+    infos.resize(count);
+    searchCache.clear();
+    setup();
+}
+
+void TrFollow::setup() {
+    const float f = float(beginFrame);
+    for (int i = 0; i < infos.getCount(); ++i) {
+        TrTrackInfo& info = infos[i];
+        const GenPoint<double> p = checkedShot()->getPosition(i, f);
+        info.origin = GenPoint<float>(float(p.x), float(p.y));
+        info.patternRect = checkedShot()->getPatternRect(i, f);
+        info.patternBounds = placeRect(info.origin, info.patternRect, 1.0);
+        info.position = info.origin;
+        info.failCount = 0;
+    }
+    bool hasStart = false;
+    bool hasEnd = false;
+    checkedShot()->getTrackRange(hasStart, rangeStart, hasEnd, rangeEnd);
+}
+
+void TrFollow::end(int) {}
+
+Reducer* TrFollow::setupReducer(const Image& pattern, const dstring& mode) {
+    if (mode == "red")
+        return new ChannelReducer('r');
+    if (mode == "green")
+        return new ChannelReducer('g');
+    if (mode == "blue")
+        return new ChannelReducer('b');
+    if (mode == "luminance")
+        return new LuminanceReducer();
+    if (mode == "saturation")
+        return new SaturationReducer();
+    if (mode == "hue")
+        return PCAReducer::setupPCA(pattern);
+    throw IllegalArgumentException(dstring("unsupported color mode \"") + mode + "\"");
+}
+
+Image TrFollow::reduce(const Image& img, const dstring& mode) {
+    std::unique_ptr<Reducer> reducer(setupReducer(img, mode));
+    return reducer->reduce(img);
+}
+
+bool TrFollow::capturePattern(int i, TrTrackInfo& info) {
+    delete info.matcher;
+    info.matcher = nullptr;
+    delete info.reducer;
+    info.reducer = nullptr;
+
+    const Image raw = checkedShot()->getImage(float(beginFrame), info.patternBounds, true);
+    if (!hasPixels(raw)) {
+        info.pattern = Image();
+        return false;
+    }
+    info.reducer = setupReducer(raw, checkedShot()->getColorMode(i));
+    info.pattern = ownedFloat(info.reducer->reduce(raw), raw);
+    info.matcher = new Matcher();
+    if (preciseSums)
+        info.matcher->setImageSumIntf(new DoubleImageSum());
+    info.matcher->setPattern(info.pattern);
+    info.patternFrame = beginFrame;
+    info.prevTransform = info.transform;
+    KrGenMatrix<float> m;
+    info.transform.getMatrix(m);
+    info.matrix = m;
+    return true;
+}
+
+void TrFollow::refineAffine(int i, TrTrackInfo& info, AffineProblem& problem) {
+    info.transform.tx = 0;
+    info.transform.ty = 0;
+    problem.setPattern(info.pattern);
+    problem.setSearch(info.searchRaw);
+    problem.setAnchor(info.origin);
+    problem.setCentre(info.position);
+    problem.setXform(info.transform);
+
+    // Translation alone at full resolution first, so that the shape is
+    // solved from a centred start.
+    problem.setUseTranslation(true);
+    problem.setUseRotation(false);
+    problem.setUseScale(false);
+    problem.setUseStretch(false);
+    problem.setCoarseToFine(false);
+    problem.execute();
+
+    problem.setUseTranslation(true);
+    problem.setCoarseToFine(true);
+    problem.setUseRotation(checkedShot()->getUseRotate(i));
+    problem.setUseScale(checkedShot()->getUseScale(i));
+    problem.setUseStretch(checkedShot()->getUseStretch(i));
+    problem.execute();
+
+    KrGenMatrix<float> m;
+    problem.getMatrix(m);
+    info.matrix = m;
+    info.transform = problem.getXform();
+    info.affineOffset = problem.getTranslation();
+    info.position = info.position + info.affineOffset;
+    info.score = problem.getQuality();
+}
+
+bool TrFollow::refineLagged(int i, TrTrackInfo& info, AffineProblem& problem, int direction) {
+    const int p = info.patternFrame;
+    AffineTransform average;
+    average.zero();
+    int taken = 0;
+    // Frames before the begin frame hold shapes of another pass.
+    for (int k = p - 2; k <= p + 2; ++k) {
+        if (k * direction >= beginFrame * direction - 0.5) {
+            average += checkedShot()->getTransform(i, float(k));
+            ++taken;
+        }
+    }
+    average /= float(taken);
+    checkedShot()->setTransform(i, float(p), average);
+    const GenPoint<double> q = checkedShot()->getPosition(i, float(p));
+
+    // A frame the host skipped has no search image; it keeps its keys.
+    auto cached = searchCache.find(p * 256 + i);
+    if (cached != searchCache.end()) {
+        info.searchRaw = cached->second;
+        searchCache.erase(cached);
+        try {
+            problem.setPattern(info.pattern);
+            problem.setSearch(info.searchRaw);
+            problem.setAnchor(info.origin);
+            problem.setCentre(GenPoint<float>(float(q.x), float(q.y)));
+            problem.setXform(average);
+            problem.setUseRotation(false);
+            problem.setUseScale(false);
+            problem.setUseStretch(false);
+            problem.execute();
+            info.affineOffset = problem.getTranslation();
+        } catch (const KrMatrixError&) {
+            return false;
+        }
+        checkedShot()->setPosition(
+            i, float(p), GenPoint<double>(q.x + info.affineOffset.x, q.y + info.affineOffset.y));
+        checkedShot()->setQuality(i, float(p), problem.getQuality());
+    }
+    info.patternFrame += direction;
+    return true;
+}
+
+bool TrFollow::track(int i, int frame, int direction) {
+    TrTrackInfo& info = infos[i];
+    direction = direction < 0 ? -1 : 1;
+    const float t = float(frame);
+    // A cancelled pass does no further work, whichever track comes next.
+    if (feedback && feedback->isCancelled())
+        return false;
+
+    if (frame == beginFrame) {
+        // A pattern outside the frame leaves nothing to match: the track
+        // stops before anything is keyed.
+        if (!capturePattern(i, info))
+            return false;
+        checkedShot()->setPosition(i, t, toDouble(info.origin));
+        checkedShot()->setTransform(i, t, info.transform);
+    }
+    if (info.matcher == nullptr || info.reducer == nullptr)
+        return false;
+
+    const dstring behavior = checkedShot()->getFailureBehavior(i);
+    const int maxAttempts = behavior == kDefault ? 3 : 1;
+    const SavedStep saved(info);
+    AffineProblem problem;
+    bool ok = false;
+    bool keying = false;
+
+    for (int attempt = 0; attempt < maxAttempts; ++attempt) {
+        saved.restore(info);
+
+        info.prevPosition = toDouble(info.position);
+        info.predicted = GenPoint<double>(float(info.position.x + info.velocity.x),
+                                          float(info.position.y + info.velocity.y));
+        info.position = GenPoint<float>(float(info.predicted.x), float(info.predicted.y));
+
+        const GenRect<double> searchRect = checkedShot()->getSearchRect(i, t);
+        const double g = 1 + 0.1 * attempt;
+        const GenRect<int> warpRect = placeRect(info.position, searchRect, g);
+        const GenRect<int> fetchRect = placeRect(info.position, searchRect, 1.5 * g);
+
+        const Image fetched = checkedShot()->getImage(t, fetchRect, true);
+        if (!hasPixels(fetched))
+            return false;
+        info.searchRaw = ownedFloat(info.reducer->reduce(fetched), fetched);
+        if (lagRefine)
+            searchCache[frame * 256 + i] = info.searchRaw;
+
+        const float dx = info.position.x - info.origin.x;
+        const float dy = info.position.y - info.origin.y;
+        const GenPoint<int> shift(roundToInt(dx), roundToInt(dy));
+        if (useAffine) {
+            // The search image lives in the pattern's frame, around the
+            // origin, like the offset view below: the matcher's offset and
+            // the update after it measure from the origin. Laid over the
+            // warp rectangle itself, it would sample the frame around
+            // 2 * position - origin and lose any track that has moved
+            // farther than the search margin since the begin frame.
+            info.search = Image(warpRect - shift, info.searchRaw.getFormat());
+            Orvane::xform_bilinear<float>(info.searchRaw, info.search, info.matrix, info.position,
+                                          info.origin);
+        } else {
+            info.search = info.searchRaw.offset(shift);
+            KrGenMatrix<float> m(2, 3, KrGenMatrix<float>::RowMajor);
+            m(0, 0) = 1;
+            m(1, 1) = 1;
+            m(0, 2) = float(shift.x) - dx;
+            m(1, 2) = float(shift.y) - dy;
+            info.matrix = m;
+        }
+
+        info.matcher->setSearch(info.search);
+        info.matcher->match(info.matchOffset, info.score);
+        info.position = info.position + transform2x3(info.matrix, info.matchOffset);
+
+        const double tolerance = checkedShot()->getFailureTolerance(i);
+        ok = tolerance <= info.score;
+
+        if (useAffine) {
+            try {
+                refineAffine(i, info, problem);
+            } catch (const KrMatrixError&) {
+                return false;
+            }
+            ok = tolerance <= info.score;
+        }
+
+        const double w = info.velocityWeight;
+        const float moveX = float(double(info.position.x) - info.prevPosition.x);
+        const float moveY = float(double(info.position.y) - info.prevPosition.y);
+        info.velocity = GenPoint<double>((1 - w) * moveX + w * info.velocity.x,
+                                         (1 - w) * moveY + w * info.velocity.y);
+
+        if (ok) {
+            info.failCount = 0;
+            keying = true;
+            break;
+        }
+
+        if (behavior == kStop)
+            return false;
+        if (behavior == kPredict || behavior == kDefault || behavior == kPredictAndKey) {
+            if (info.failCount >= kMaxPredicted)
+                return false;
+            ++info.failCount;
+            keying = behavior == kPredictAndKey;
+        } else if (behavior == kDontPredict) {
+            info.velocity = GenPoint<double>(0, 0);
+            keying = false;
+        } else if (behavior == kUseExistingCurve) {
+            const GenPoint<double> curve = checkedShot()->getPosition(i, t);
+            info.position = GenPoint<float>(float(curve.x), float(curve.y));
+            keying = false;
+        } else {
+            throw IllegalArgumentException(dstring("unknown failure behavior \"") + behavior +
+                                           "\"");
+        }
+    }
+
+    if (keying) {
+        checkedShot()->setPosition(i, t, toDouble(info.position));
+        checkedShot()->setTransform(i, t, info.transform);
+        checkedShot()->setQuality(i, t, info.score);
+        info.matrix.unique();
+        info.velocityWeight = kVelocityWeight;
+    }
+
+    if (useAffine) {
+        const AffineTransform before = info.transform;
+        info.transform =
+            info.transform + (info.transform - info.prevTransform) * float(info.transformGain);
+        info.prevTransform = before;
+    }
+
+    if (lagRefine && ok && std::abs(frame - info.patternFrame) >= 2) {
+        if (!refineLagged(i, info, problem, direction))
+            return false;
+    }
+
+    if (feedback) {
+        feedback->trackStep(i, frame);
+        if (feedback->isCancelled())
+            return false;
+    }
+    return true;
+}

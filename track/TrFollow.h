@@ -1,0 +1,170 @@
+#pragma once
+
+#include "base/Array.h"
+#include "base/SafeObject.h"
+#include "base/dstring.h"
+#include "image/GenRect.h"
+#include "image/Image.h"
+#include "krovel/AffineTransform.h"
+#include "krovel/KrGenMatrix.h"
+#include "track/TrShot.h"
+
+#include <map>
+
+class AffineProblem;
+class Matcher;
+class Reducer;
+class TrFeedback;
+
+/// The working state of one track during a pass. The record owns its reducer
+/// and its matcher and deletes them; it can be moved but not copied.
+struct TrTrackInfo {
+    TrTrackInfo() = default;
+    ~TrTrackInfo();
+    TrTrackInfo(const TrTrackInfo&) = delete;
+    TrTrackInfo& operator=(const TrTrackInfo&) = delete;
+    TrTrackInfo(TrTrackInfo&& other) noexcept;
+    TrTrackInfo& operator=(TrTrackInfo&& other) noexcept;
+
+    void swap(TrTrackInfo& other) noexcept;
+
+    /// Track position at the begin frame: the pattern's anchor.
+    Orvane::GenPoint<float> origin;
+    /// Pattern rectangle relative to the position, as the track stores it.
+    Orvane::GenRect<double> patternRect;
+    /// Absolute pattern rectangle in the begin frame, rounded edge by edge.
+    Orvane::GenRect<int> patternBounds;
+    /// Reduced pattern, captured once at the begin frame.
+    Orvane::Image pattern;
+    /// The search image handed to the matcher, in the pattern's frame.
+    Orvane::Image search;
+    /// The reduced search region as fetched, in frame coordinates.
+    Orvane::Image searchRaw;
+    /// Current position estimate.
+    Orvane::GenPoint<float> position;
+    /// Current shape.
+    AffineTransform transform;
+    /// Shape of the previous frame.
+    AffineTransform prevTransform;
+    /// 2x3 map from pattern offsets to search offsets.
+    KrGenMatrix<float> matrix;
+    /// Extrapolation factor of the shape prediction; 0 keeps the shape.
+    double transformGain = 0;
+    /// Next frame for the lagged refinement.
+    int patternFrame = 0;
+    /// Smoothed displacement per frame.
+    Orvane::GenPoint<double> velocity;
+    /// Weight of the old velocity: 0 until the first keyed frame, then 0.6.
+    double velocityWeight = 0;
+    /// Made from the track's colour mode at the begin frame; owned.
+    Reducer* reducer = nullptr;
+    /// Holds the pattern; made at the begin frame; owned.
+    Matcher* matcher = nullptr;
+    /// Position at the start of the frame, before prediction.
+    Orvane::GenPoint<double> prevPosition;
+    /// Position plus velocity, each coordinate rounded to float.
+    Orvane::GenPoint<double> predicted;
+    /// Offset returned by the matcher.
+    Orvane::GenPoint<float> matchOffset;
+    /// Translation returned by the affine refinement.
+    Orvane::GenPoint<float> affineOffset;
+    /// Quality of the last match: the matcher's score or the refinement's.
+    double score = 0;
+    /// Frames in a row tracked by prediction only.
+    int failCount = 0;
+};
+
+/// The tracking driver: follows every track of a shot from frame to frame.
+///
+/// A pass is `begin(frame, step)`, then `track(i, frame, direction)` once per
+/// track and frame, then `end(frame)`. Each step predicts the position, fetches
+/// and reduces a search region, warps it by the current shape, matches the
+/// pattern, refines position and shape, judges the quality against the
+/// track's tolerance, applies the track's failure behaviour and keys the
+/// result into the shot. A second refinement re-solves the frame two steps
+/// behind with a shape averaged over five frames.
+///
+/// The shot is watched, not owned: every use checks that it still exists.
+/// The feedback observer is not owned either. The driver owns its working
+/// records, their reducers and matchers, and the cached search images.
+class TrFollow {
+public:
+    /// No shot, no feedback, begin frame -1, step 1.
+    TrFollow();
+    ~TrFollow();
+    TrFollow(const TrFollow&) = delete;
+    TrFollow& operator=(const TrFollow&) = delete;
+
+    /// Watches `shot`, which must derive from Orvane::SafeObject
+    /// (IllegalArgumentException "SafePtr: object is not a SafeObject").
+    void setShot(TrShot* shot);
+    /// The shot, or null once it has been destroyed.
+    TrShot* getShot() const;
+    void setFeedback(TrFeedback* feedback);
+    TrFeedback* getFeedback() const;
+
+    /// Starts a pass at `frame`: one fresh working record per track of the
+    /// shot, an empty search cache, then `setup()`.
+    void begin(int frame, int step);
+    /// Reads each track's position and pattern rectangle at the begin frame,
+    /// and the shot's track range.
+    void setup();
+    /// Tracks track `i` into `frame`, going forward for a positive
+    /// `direction` and backward otherwise. Returns false when the track is
+    /// to stop: its pattern could not be captured at the begin frame, its
+    /// search region lies outside the frame, the failure behaviour says so,
+    /// the affine refinement raised KrMatrixError, or the pass was
+    /// cancelled. Every other exception passes to the caller. An index
+    /// outside the records throws BadIndexException "Array::operator[]"; a
+    /// missing shot NullPointerException "TrFollow: no shot".
+    bool track(int i, int frame, int direction);
+    /// Ends the pass; the records stay until the next `begin`.
+    void end(int frame);
+
+    /// A new reducer for colour mode `mode`, set up on `pattern` where the
+    /// mode needs it ("hue"); the caller owns it. Modes: "red", "green",
+    /// "blue", "luminance", "saturation", "hue". Any other, or none, throws
+    /// IllegalArgumentException "unsupported color mode \"<mode>\"".
+    static Reducer* setupReducer(const Orvane::Image& pattern, const dstring& mode);
+    /// `img` reduced once by a reducer for `mode`.
+    static Orvane::Image reduce(const Orvane::Image& img, const dstring& mode);
+
+    /// Double-precision window sums for matchers made from now on, for
+    /// bright, low-contrast footage. Off by default.
+    void setPreciseSums(bool on) { preciseSums = on; }
+    bool getPreciseSums() const { return preciseSums; }
+
+    int getBeginFrame() const { return beginFrame; }
+    int getFirstFrame() const { return firstFrame; }
+    int getStep() const { return step; }
+    float getRangeStart() const { return rangeStart; }
+    float getRangeEnd() const { return rangeEnd; }
+    bool getUseAffine() const { return useAffine; }
+    bool getLagRefine() const { return lagRefine; }
+
+    /// The working records, one per track, for inspection.
+    int getInfoCount() const { return infos.getCount(); }
+    const TrTrackInfo& getInfo(int i) const { return infos[i]; }
+    /// Reduced search images waiting for the lagged refinement, keyed by
+    /// frame * 256 + track index.
+    const std::map<int, Orvane::Image>& getSearchCache() const { return searchCache; }
+
+private:
+    TrShot* checkedShot() const;
+    bool capturePattern(int i, TrTrackInfo& info);
+    void refineAffine(int i, TrTrackInfo& info, AffineProblem& problem);
+    bool refineLagged(int i, TrTrackInfo& info, AffineProblem& problem, int direction);
+
+    Orvane::SafePtr<TrShot> shot;
+    TrFeedback* feedback = nullptr;
+    int beginFrame = -1;
+    int firstFrame = -1;
+    int step = 1;
+    Array<TrTrackInfo> infos;
+    std::map<int, Orvane::Image> searchCache;
+    float rangeStart = 0;
+    float rangeEnd = 0;
+    bool useAffine = true;
+    bool lagRefine = true;
+    bool preciseSums = false;
+};
