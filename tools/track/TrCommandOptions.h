@@ -1,0 +1,54 @@
+#pragma once
+
+#include "tools/track/TrTrackFile.h"
+
+#include <string>
+#include <vector>
+
+/// The settings of one run of tavrix-track, as read from its arguments.
+struct TrCommandOptions {
+    /// Frame-file pattern, "#" standing for the digits; empty with `demo`.
+    std::string input;
+    bool demo = false;
+    /// Tracks from --tracks files, then from --track, in argument order.
+    std::vector<TrTrackSpec> tracks;
+    /// Defaults for tracks that do not set their own.
+    int patternWidth = 21;
+    int patternHeight = 21;
+    int searchWidth = 61;
+    int searchHeight = 61;
+    std::string colorMode = "luminance";
+    /// Frame range; when unset, the sequence's first and last frame.
+    bool hasFrom = false;
+    int from = 0;
+    bool hasTo = false;
+    int to = 0;
+    double tolerance = 0.8;
+    std::string behavior = "default";
+    bool rotate = true;
+    bool scale = false;
+    bool stretch = false;
+    bool preciseSums = false;
+    /// Results file (.csv or .json); empty writes CSV to standard output.
+    std::string out;
+    std::string overlayDir;
+    std::string homographyFile;
+    bool quiet = false;
+    bool help = false;
+
+    /// True when `out` names a JSON file.
+    bool jsonOut() const;
+
+    /// Reads the arguments (without the program name). Options take their
+    /// value as the next argument or after "=". Throws
+    /// IllegalArgumentException with a one-line message naming the option
+    /// and the offending text. Track files are read here, so their errors
+    /// surface before any frame is.
+    static TrCommandOptions parse(const std::vector<std::string>& args);
+
+    /// The usage text printed by --help.
+    static const char* usage();
+};
+
+/// The failure behaviours a shot accepts.
+bool isFailureBehavior(const std::string& name);
