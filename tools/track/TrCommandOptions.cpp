@@ -85,10 +85,12 @@ TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
             const TrNumbers::Size s = TrNumbers::parseSize(take(), name);
             o.patternWidth = s.width;
             o.patternHeight = s.height;
+            o.patternGiven = true;
         } else if (name == "--search") {
             const TrNumbers::Size s = TrNumbers::parseSize(take(), name);
             o.searchWidth = s.width;
             o.searchHeight = s.height;
+            o.searchGiven = true;
         } else if (name == "--from") {
             o.from = TrNumbers::parseInt(take(), name);
             o.hasFrom = true;
@@ -243,6 +245,7 @@ Output:
                          of the range (needs four or more tracks)
   --quiet                no progress line, notices or summary
   --demo                 track a built-in synthetic clip with known motion
+                         (pattern 20x20 and search 40x40 unless given)
 
 Exit status: 0 done (lost tracks included), 1 a failure while tracking
 (results so far are kept), 2 bad arguments or input.

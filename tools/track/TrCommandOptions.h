@@ -17,6 +17,10 @@ struct TrCommandOptions {
     int patternHeight = 21;
     int searchWidth = 61;
     int searchHeight = 61;
+    /// Whether --pattern / --search were given (the demo picks its own sizes
+    /// otherwise).
+    bool patternGiven = false;
+    bool searchGiven = false;
     std::string colorMode = "luminance";
     /// Frame range; when unset, the sequence's first and last frame.
     bool hasFrom = false;

@@ -53,10 +53,13 @@ std::vector<TrTrackSpec> tracks(TrTestSequence& seq, const TrCommandOptions& o) 
         s.name = names[i];
         s.x = c.x + dx[i];
         s.y = c.y + dy[i];
-        s.patternWidth = o.patternWidth;
-        s.patternHeight = o.patternHeight;
-        s.searchWidth = o.searchWidth;
-        s.searchHeight = o.searchHeight;
+        // The saddle's centre lies on a pixel corner, so an even-sized
+        // pattern is centred on it; an odd one would be half a pixel off and
+        // bias the refinement whenever the shape is re-solved.
+        s.patternWidth = o.patternGiven ? o.patternWidth : 20;
+        s.patternHeight = o.patternGiven ? o.patternHeight : 20;
+        s.searchWidth = o.searchGiven ? o.searchWidth : 40;
+        s.searchHeight = o.searchGiven ? o.searchHeight : 40;
         s.colorMode = o.colorMode;
         specs.push_back(s);
     }
