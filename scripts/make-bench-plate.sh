@@ -2,6 +2,7 @@
 # Writes a 1920x1080 8-bit PNG sequence of 100 frames for timing tavrix-track:
 # blurred noise panning by a few pixels a frame, cut from one larger image.
 #   scripts/make-bench-plate.sh DIR [frames]
+# It draws with oiiotool (Debian openimageio-tools; scripts/setup.sh installs it).
 # Then, for example:
 #   build/release/tools/tavrix-track DIR/plate.####.png --tracks DIR/tracks.json --out DIR/r.csv
 set -euo pipefail

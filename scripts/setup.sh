@@ -6,7 +6,7 @@ packages=(
     build-essential cmake
     libgtest-dev libgmock-dev libbenchmark-dev
     liblapack-dev
-    libopenimageio-dev
+    libopenimageio-dev openimageio-tools
     libgl-dev
     libegl-dev libgl1-mesa-dri
     clang-format
