@@ -11,53 +11,38 @@
 
 namespace clip {
 
-/// A band-limited texture: a sum of sinusoids evaluated exactly at any
-/// position, so a sub-pixel shift is rendered without an interpolator.
-class Texture {
-public:
+/// A band-limited texture with values in [0.02, 0.98]: a sum of sinusoids
+/// evaluated exactly at any position, so a sub-pixel shift is rendered
+/// without an interpolator.
+struct Texture {
     explicit Texture(unsigned seed) {
         std::mt19937 rng(seed);
-        std::uniform_real_distribution<double> angle(0.0, 2.0 * M_PI);
-        std::uniform_real_distribution<double> wavelength(7.0, 18.0);
-        for (int i = 0; i < 8; ++i) {
-            const double a = angle(rng);
-            const double k = 2.0 * M_PI / wavelength(rng);
-            waves.push_back({k * std::cos(a), k * std::sin(a), angle(rng)});
+        std::uniform_real_distribution<double> angle(0.0, 2.0 * M_PI), wavelength(7.0, 18.0);
+        for (double* w = waves; w < waves + 24; w += 3) {
+            const double a = angle(rng), k = 2.0 * M_PI / wavelength(rng);
+            w[0] = k * std::cos(a), w[1] = k * std::sin(a), w[2] = angle(rng);
         }
     }
-
-    /// A value in [0.02, 0.98].
     double operator()(double x, double y) const {
         double v = 0.5;
-        for (const Wave& w : waves)
-            v += 0.06 * std::sin(w.kx * x + w.ky * y + w.phase);
+        for (const double* w = waves; w < waves + 24; w += 3)
+            v += 0.06 * std::sin(w[0] * x + w[1] * y + w[2]);
         return v;
     }
-
-private:
-    struct Wave {
-        double kx, ky, phase;
-    };
-    std::vector<Wave> waves;
+    double waves[24]; // eight of kx, ky, phase
 };
 
-/// The frame of `width` by `height` whose content is `texture` moved by
-/// (dx, dy) in frame coordinates.
+/// The frame whose content is `texture` moved by (dx, dy) in frame
+/// coordinates.
 inline std::vector<unsigned char> render(const Texture& texture, int width, int height, double dx,
                                          double dy) {
-    std::vector<unsigned char> argb(std::size_t(width) * height * 4);
-    unsigned char* p = argb.data();
-    for (int row = 0; row < height; ++row) {
-        const double y = row - (height - height / 2);
-        for (int column = 0; column < width; ++column, p += 4) {
-            const double x = column - width / 2;
-            const double v = texture(x - dx, y - dy);
-            p[0] = 255;
-            p[1] = static_cast<unsigned char>(std::lround(255.0 * v));
-            p[2] = static_cast<unsigned char>(std::lround(255.0 * (0.8 * v + 0.1)));
-            p[3] = static_cast<unsigned char>(std::lround(255.0 * (1.0 - v)));
+    std::vector<unsigned char> argb;
+    for (int row = 0; row < height; ++row)
+        for (int column = 0; column < width; ++column) {
+            const double v = texture(column - width / 2 - dx, row - (height - height / 2) - dy);
+            for (double c : {1.0, v, 0.8 * v + 0.1, 1.0 - v})
+                argb.push_back(static_cast<unsigned char>(std::lround(255.0 * c)));
         }
-    }
     return argb;
 }
 
