@@ -79,7 +79,7 @@ struct RunMap {
     }
 };
 
-// The accumulator: 32 bits as the fixed-point design has it wherever
+// The accumulator: 32 bits, as fixed point wants it, wherever
 // sample x weight x taps fits (255 and 65535 times 254 times 35 do); UB4
 // samples would overflow it, so they accumulate in 64 bits.
 template <class T> using FixAcc = std::conditional_t<(sizeof(T) < 4), int32_t, int64_t>;
