@@ -1,66 +1,105 @@
 #include "track/Sequence/TrDiskSequence.h"
 
-#include "image/Format.h"
-#include "image/GenRect.h"
-#include "image/Image.h"
 #include "image/ImageFile.h"
-#include "track/Sequence/TrImageCache.h"
-
 #include "support/ExpectThrows.h"
 #include "support/PixelProbe.h"
+#include "track/Sequence/TrImageCache.h"
 
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 using Orvane::Format;
 using Orvane::GenRect;
 using Orvane::Image;
 using testsupport::sampleAt;
+using Keys = std::vector<std::string>;
 
 namespace {
 
-// Frame `frame` of the test series: w x h RGB bytes, red the frame number,
-// green and blue the column and row.
-Image frameImage(int frame, int w, int h) {
-    Image img(GenRect<int>(0, 0, w, h), Format::getRGB());
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            sampleAt<unsigned char>(img, x, y, 0) = static_cast<unsigned char>(frame);
-            sampleAt<unsigned char>(img, x, y, 1) = static_cast<unsigned char>(x);
-            sampleAt<unsigned char>(img, x, y, 2) = static_cast<unsigned char>(y);
-        }
-    }
-    return img;
+TrImageCache& cache() {
+    return TrImageCache::getInstance();
 }
 
-// True when `img` is frameImage(frame, w, h).
-::testing::AssertionResult isFrame(const Image& img, int frame, int w, int h) {
-    if (img.getBounds() != GenRect<int>(0, 0, w, h))
-        return ::testing::AssertionFailure() << "bounds " << img.getBounds();
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            if (sampleAt<unsigned char>(img, x, y, 0) != frame ||
-                sampleAt<unsigned char>(img, x, y, 1) != x ||
-                sampleAt<unsigned char>(img, x, y, 2) != y)
-                return ::testing::AssertionFailure() << "pixel " << x << "," << y;
-    return ::testing::AssertionSuccess();
+// 10 x 10 RGBA bytes, 400 bytes, under each key.
+void put(std::initializer_list<const char*> keys) {
+    for (const char* k : keys)
+        cache().put(k, Image(GenRect<int>(0, 0, 10, 10), Format::getRGBA()));
 }
 
-// Counts the frames it is asked to read.
-class CountingSequence : public TrDiskSequence {
-public:
-    using TrDiskSequence::TrDiskSequence;
-    Image getFrame(float t) override {
-        ++reads;
-        return TrDiskSequence::getFrame(t);
-    }
-    int reads = 0;
-};
+// The keys still cached, of those given.
+Keys surviving(std::initializer_list<const char*> keys) {
+    Keys out;
+    TrCacheEntry e;
+    for (const char* k : keys)
+        if (cache().get(k, e))
+            out.push_back(k);
+    return out;
+}
 
-// A fresh directory (its resolved path) per case, and an empty cache.
+} // namespace
+
+// The cache is one per process: each case empties it and restores the
+// default maximum.
+TEST(TrImageCache, EvictsOldestFirstWithASecondChanceForEntriesUsedSinceTheSort) {
+    cache().clear();
+    cache().setMaxSize(3 * 400);
+    put({"a", "b", "c", "d"}); // sorts a b c d, evicts a
+    EXPECT_EQ(Keys({"b", "c", "d"}), surviving({"a", "b", "c", "d"}));
+    EXPECT_EQ(1200, cache().getSize());
+    TrCacheEntry e;
+    ASSERT_TRUE(cache().get("b", e));
+    e.stamp();
+    e.release();
+    // b is at the front of the sorted queue, but was used after the sort.
+    put({"e"});
+    EXPECT_EQ(Keys({"b", "d", "e"}), surviving({"a", "b", "c", "d", "e"}));
+    // The reprieve lasts one sweep: unused since, b is now the oldest.
+    put({"f", "g"});
+    EXPECT_EQ(Keys({"e", "f", "g"}), surviving({"b", "d", "e", "f", "g"}));
+    // Shrinking the maximum evicts at once, growing it brings nothing back,
+    // and 0 leaves no room even for a new entry.
+    cache().setMaxSize(800);
+    EXPECT_EQ(Keys({"f", "g"}), surviving({"e", "f", "g"}));
+    cache().setMaxSize(100000);
+    EXPECT_EQ(Keys({"f", "g"}), surviving({"e", "f", "g"}));
+    EXPECT_EQ(800, cache().getSize());
+    cache().setMaxSize(0);
+    put({"h"});
+    EXPECT_EQ(Keys(), surviving({"f", "g", "h"}));
+    EXPECT_EQ(0, cache().getSize());
+    cache().setMaxSize(TrImageCache::defaultMaxSize);
+}
+
+TEST(TrImageCache, MissesLeaveTheHandleAndPuttingAgainReplaces) {
+    cache().clear();
+    put({"a", "b"});
+    TrCacheEntry e;
+    EXPECT_FALSE(cache().get("absent", e));
+    EXPECT_FALSE(e.exists());
+    ASSERT_TRUE(cache().get("a", e));
+    const TrCachedImage* a = e.getEntry();
+    const uint32_t serial = a->serial;
+    EXPECT_FALSE(cache().get("absent", e));
+    EXPECT_EQ(a, e.getEntry());
+    EXPECT_EQ(1, a->users);
+    EXPECT_EQ(serial, a->serial);
+    const Image wide(GenRect<int>(0, 0, 20, 10), Format::getRGBA());
+    cache().put("a", wide);
+    EXPECT_TRUE(e.getImage() == wide);
+    EXPECT_EQ(cache().getClock(), e.getEntry()->serial);
+    EXPECT_GT(e.getEntry()->serial, serial);
+    EXPECT_EQ(800 + 400, cache().getSize());
+    cache().clear();
+}
+
+namespace {
+
+// A fresh directory (its resolved path) per case holding the shot0007,
+// shot0008 and shot0120 series among files that do not fit; an empty cache.
 class TrDiskSequenceTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -69,99 +108,79 @@ protected:
         char resolved[PATH_MAX];
         ASSERT_NE(nullptr, realpath(pattern.c_str(), resolved));
         dir = resolved;
-        TrImageCache::getInstance().clear();
-    }
-    void TearDown() override {
-        TrImageCache::getInstance().clear();
-        std::filesystem::remove_all(dir);
-    }
-
-    std::string path(const std::string& name) const { return dir + "/" + name; }
-    void writeFrame(const std::string& name, int frame, int w = 8, int h = 6) const {
-        Orvane::saveToFile(path(name).c_str(), frameImage(frame, w, h));
-    }
-    void writeText(const std::string& name) const { std::ofstream(path(name)) << "not an image\n"; }
-    // The shot0007, shot0008 and shot0120 series among files that do not fit.
-    void writeShotSeries() const {
+        cache().clear();
         writeFrame("shot0007.png", 7);
         writeFrame("shot0008.png", 8);
         writeFrame("shot0120.png", 120, 12, 5);
-        writeText("shot0009.tif");
-        writeText("take0010.png");
-        writeText("notes.txt");
+        for (const char* name : {"shot0009.tif", "take0010.png", "notes.txt"})
+            std::ofstream(path(name)) << "not an image\n";
+    }
+    void TearDown() override {
+        cache().clear();
+        std::filesystem::remove_all(dir);
+    }
+    std::string path(const std::string& name) const { return dir + "/" + name; }
+    // A w x h RGB frame whose red is the frame number.
+    void writeFrame(const std::string& name, int frame, int w = 8, int h = 6) const {
+        Image img(GenRect<int>(0, 0, w, h), Format::getRGB());
+        for (int y = 0; y < h; ++y)
+            for (int i = 0; i < 3 * w; ++i)
+                sampleAt<unsigned char>(img, 0, y, i) =
+                    i % 3 ? 0 : static_cast<unsigned char>(frame);
+        Orvane::saveToFile(path(name).c_str(), img);
     }
 
     std::string dir;
 };
 
+// The frame's bounds and its red at the far corner.
+std::pair<GenRect<int>, int> frameOf(const Image& img) {
+    const GenRect<int>& b = img.getBounds();
+    return {b, sampleAt<unsigned char>(img, b.x + b.w - 1, b.y + b.h - 1, 0)};
+}
+
 } // namespace
 
 TEST_F(TrDiskSequenceTest, ScanFindsRangeAndWidth) {
-    writeShotSeries();
     TrDiskSequence seq(path("shot####.png").c_str());
     EXPECT_EQ(7, seq.getFirstFrame());
     EXPECT_EQ(120, seq.getLastFrame());
     EXPECT_EQ(4, seq.getWidth());
-    EXPECT_EQ(path("shot0008.png"), seq.getFramePath(8).str());
     EXPECT_EQ(path("shot0008.png"), seq.getFramePath(7.6f).str());
-    EXPECT_EQ(dir + "//shot####.png", seq.getFilename().str());
-
-    EXPECT_TRUE(isFrame(seq.getFrame(8), 8, 8, 6));
-    EXPECT_TRUE(isFrame(seq.getFrame(120), 120, 12, 5));
-}
-
-TEST_F(TrDiskSequenceTest, PaddingNeverShortensTheNumber) {
+    EXPECT_EQ(std::make_pair(GenRect<int>(0, 0, 8, 6), 8), frameOf(seq.getFrame(8)));
+    EXPECT_EQ(std::make_pair(GenRect<int>(0, 0, 12, 5), 120), frameOf(seq.getFrame(120)));
+    // Padding never shortens a number; the width is the shortest seen.
     writeFrame("a1.png", 1);
     writeFrame("a10.png", 10);
-    TrDiskSequence seq(path("a#.png").c_str());
+    seq.setFilename(path("a#.png").c_str());
     EXPECT_EQ(1, seq.getWidth());
     EXPECT_EQ(1, seq.getFirstFrame());
     EXPECT_EQ(10, seq.getLastFrame());
     EXPECT_EQ(path("a10.png"), seq.getFramePath(10).str());
-    EXPECT_TRUE(isFrame(seq.getFrame(10), 10, 8, 6));
-}
-
-TEST_F(TrDiskSequenceTest, WidthIsTheShortestNumberSeen) {
-    writeFrame("b0005.png", 5);
-    writeFrame("b123.png", 123);
-    TrDiskSequence seq(path("b####.png").c_str());
-    EXPECT_EQ(3, seq.getWidth());
-    EXPECT_EQ(path("b005.png"), seq.getFramePath(5).str());
-    EXPECT_EQ(path("b123.png"), seq.getFramePath(123).str());
+    EXPECT_EQ(10, frameOf(seq.getFrame(10)).second);
 }
 
 TEST_F(TrDiskSequenceTest, ScanFailuresKeepTheSequence) {
-    writeShotSeries();
     TrDiskSequence seq(path("shot####.png").c_str());
-
-    expectThrows<IllegalArgumentException>(
-        [&] { seq.setFilename(path("none/shot####.png").c_str()); },
-        "bad filename \"" + dir + "/none\"");
-    expectThrows<IllegalArgumentException>([&] { seq.setFilename(path("plate####.exr").c_str()); },
-                                           "not found");
-    // A name that fits the pattern around something other than a number.
-    writeText("shotXYZ.png");
-    expectThrows<IllegalArgumentException>([&] { seq.setFilename(path("shot####.png").c_str()); },
-                                           "dstring.toLong: failed");
-
+    std::ofstream(path("plain")) << "a file, not a directory\n";
+    std::ofstream(path("shotXYZ.png")) << "fits the pattern around no number\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {"none/shot####.png", "bad filename \"" + dir + "/none\""},
+        {"plain/shot####.png", "bad filename \"" + dir + "/plain\""},
+        {"plate####.exr", "not found"},
+        {"shot####.png", "dstring.toLong: failed"},
+    };
+    for (const auto& c : cases)
+        expectThrows<IllegalArgumentException>([&] { seq.setFilename(path(c.first).c_str()); },
+                                               c.second);
     EXPECT_EQ(7, seq.getFirstFrame());
     EXPECT_EQ(120, seq.getLastFrame());
     EXPECT_EQ(dir + "//shot####.png", seq.getFilename().str());
 }
 
-TEST_F(TrDiskSequenceTest, DirectoryThatIsAFileIsABadFilename) {
-    writeText("plain");
-    TrDiskSequence seq;
-    expectThrows<IllegalArgumentException>(
-        [&] { seq.setFilename(path("plain/shot####.png").c_str()); },
-        "bad filename \"" + dir + "/plain\"");
-}
-
-TEST_F(TrDiskSequenceTest, UnreadableFrameThrowsAndIsNotCached) {
-    writeShotSeries();
-    writeText("shot0009.png");
+TEST_F(TrDiskSequenceTest, UnreadableFrameNamesTheFileAndIsNotCached) {
+    std::ofstream(path("shot0009.png")) << "not an image\n";
     TrDiskSequence seq(path("shot####.png").c_str());
-
     for (int frame : {9, 50}) {
         const std::string file = seq.getFramePath(frame).str();
         try {
@@ -172,49 +191,19 @@ TEST_F(TrDiskSequenceTest, UnreadableFrameThrowsAndIsNotCached) {
                 << e.getMessage();
         }
         TrCacheEntry entry;
-        EXPECT_FALSE(TrImageCache::getInstance().get(file.c_str(), entry));
+        EXPECT_FALSE(cache().get(file.c_str(), entry));
     }
 }
 
 TEST_F(TrDiskSequenceTest, BoundsAreReadOncePerFrame) {
-    writeShotSeries();
-    CountingSequence seq(path("shot####.png").c_str());
-    EXPECT_EQ(GenRect<int>(0, 0, 12, 5), seq.getBounds(120));
-    EXPECT_EQ(1, seq.reads);
-    // The cache forgets the frame; the bounds table does not.
-    TrImageCache::getInstance().clear();
-    EXPECT_EQ(GenRect<int>(0, 0, 12, 5), seq.getBounds(120.3f));
-    EXPECT_EQ(1, seq.reads);
-
-    EXPECT_EQ(GenRect<int>(0, 0, 8, 6), seq.getBounds(8));
-    EXPECT_EQ(2, seq.reads);
-    EXPECT_EQ(GenRect<int>(0, 0, 8, 6), seq.getBounds(8));
-    EXPECT_EQ(2, seq.reads);
-
-    expectThrows<BadIndexException>([&] { seq.getBounds(6); }, "Array::operator[]");
-    EXPECT_EQ(2, seq.reads);
-}
-
-TEST_F(TrDiskSequenceTest, FramesAreServedThroughTheCache) {
-    writeShotSeries();
     TrDiskSequence seq(path("shot####.png").c_str());
-    TrImageCache& cache = TrImageCache::getInstance();
-
-    Image first = seq.getFrame(7);
-    TrCacheEntry entry;
-    ASSERT_TRUE(cache.get(path("shot0007.png").c_str(), entry));
-    EXPECT_TRUE(entry.getImage() == first);
-    EXPECT_EQ(8 * 6 * 3, cache.getSize());
-
-    // A hit renews the entry's serial and reads nothing from disk.
-    const uint32_t serial = entry.getEntry()->serial;
-    writeFrame("shot0007.png", 77);
-    Image again = seq.getFrame(7);
-    EXPECT_TRUE(again == first);
-    EXPECT_GT(entry.getEntry()->serial, serial);
-    EXPECT_TRUE(isFrame(again, 7, 8, 6));
-
-    // Once evicted, the frame is read again.
-    cache.clear();
-    EXPECT_TRUE(isFrame(seq.getFrame(7), 77, 8, 6));
+    TrCacheEntry e;
+    EXPECT_EQ(GenRect<int>(0, 0, 12, 5), seq.getBounds(120));
+    EXPECT_TRUE(cache().get(path("shot0120.png").c_str(), e));
+    // Once read, the bounds table answers: the frame is not read into the
+    // cache again.
+    cache().clear();
+    EXPECT_EQ(GenRect<int>(0, 0, 12, 5), seq.getBounds(120.3f));
+    EXPECT_FALSE(cache().get(path("shot0120.png").c_str(), e));
+    expectThrows<BadIndexException>([&] { seq.getBounds(6); }, "Array::operator[]");
 }
