@@ -282,13 +282,7 @@ bool TavrixAPIImpl::isPositionKeyed(int track, float time) {
 }
 
 bool TavrixAPIImpl::isPositionKeyedByUser(int track, float time) {
-    TrTrack* t = getTrack(track);
-    const int frame = intTime(time);
-    if (!t->position().isKeyed(frame) || !t->userPosition().isKeyed(frame))
-        return false;
-    const GenPoint<double> p = t->position().getValue(frame);
-    const GenPoint<double> u = t->userPosition().getValue(frame);
-    return p.x == u.x && p.y == u.y;
+    return getTrack(track)->isPositionKeyedByUser(intTime(time));
 }
 
 void TavrixAPIImpl::setQuality(int track, float time, double quality) {

@@ -85,15 +85,7 @@ bool TrShotImpl::isPositionKeyed(int track, float time) {
 }
 
 bool TrShotImpl::isPositionKeyedByUser(int track, float time) {
-    TrTrack* t = getTrack(track);
-    const int frame = intTime(time);
-    if (!t->position().isKeyed(frame) || !t->userPosition().isKeyed(frame))
-        return false;
-    // Exact comparison: the user's key counts only until the tracker
-    // overwrites it with any other value.
-    const Orvane::GenPoint<double> p = t->position().getValue(frame);
-    const Orvane::GenPoint<double> u = t->userPosition().getValue(frame);
-    return p.x == u.x && p.y == u.y;
+    return getTrack(track)->isPositionKeyedByUser(intTime(time));
 }
 
 void TrShotImpl::setQuality(int track, float time, double quality) {

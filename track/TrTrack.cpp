@@ -18,3 +18,13 @@ TrTrack::TrTrack()
 }
 
 TrTrack::~TrTrack() = default;
+
+bool TrTrack::isPositionKeyedByUser(int frame) {
+    if (!positionAttr.isKeyed(frame) || !userPositionAttr.isKeyed(frame))
+        return false;
+    // Exact comparison: the user's key counts only until the tracker
+    // overwrites it with any other value.
+    const Orvane::GenPoint<double> p = positionAttr.getValue(frame);
+    const Orvane::GenPoint<double> u = userPositionAttr.getValue(frame);
+    return p.x == u.x && p.y == u.y;
+}

@@ -35,6 +35,8 @@ public:
     /// The position keys the user set. A position key is the user's when this
     /// attribute holds a key at the same frame with exactly the same value.
     TrAttributeImpl<Orvane::GenPoint<double>>& userPosition() { return userPositionAttr; }
+    /// True when `frame` holds a position key equal, exactly, to a user key.
+    bool isPositionKeyedByUser(int frame);
     /// The pattern around the point.
     TrAttributeImpl<Orvane::GenRect<double>>& patternRect() { return patternRectAttr; }
     /// The area searched around the point.
