@@ -223,64 +223,82 @@ void map(const unsigned char* src, int srcStep, int srcX, int srcWidth, unsigned
     });
 }
 
-Image hxform(Image img, const mat3& m, double param) {
+namespace {
+
+// What both passes share: the output range along the pass's axis from the
+// mapped corners (widened by `param`), the source made premultiplied, and
+// the output image over that range.
+struct Pass {
+    Format format;
+    Image src;
+    Image out;
+};
+
+Pass beginPass(const Image& img, const mat3& m, double param, bool horizontal,
+               const char* rangeError) {
     const GenRect<int> b = img.getBounds();
-    double xs[4] = {(m * vec2(b.x, b.y)).x, (m * vec2(b.x + b.w, b.y)).x,
-                    (m * vec2(b.x, b.y + b.h)).x, (m * vec2(b.x + b.w, b.y + b.h)).x};
-    int ox, ow;
-    if (!outputRange(*std::min_element(xs, xs + 4), *std::max_element(xs, xs + 4), param, ox, ow))
-        throw IllegalArgumentException("hxform: output range out of bounds");
+    const vec2 corners[4] = {m * vec2(b.x, b.y), m * vec2(b.x + b.w, b.y), m * vec2(b.x, b.y + b.h),
+                             m * vec2(b.x + b.w, b.y + b.h)};
+    double lo = horizontal ? corners[0].x : corners[0].y, hi = lo;
+    for (const vec2& c : corners) {
+        lo = std::min(lo, horizontal ? c.x : c.y);
+        hi = std::max(hi, horizontal ? c.x : c.y);
+    }
+    int start, size;
+    if (!outputRange(lo, hi, param, start, size))
+        throw IllegalArgumentException(rangeError);
 
     Format f = img.getFormat();
     f.setPremult(true);
-    const Image src = premultiplied(img, f);
-    Image out(GenRect<int>(ox, b.y, ow, b.h), f);
-    if (b.h < 1 || ow < 1)
-        return out;
+    const GenRect<int> bounds =
+        horizontal ? GenRect<int>(start, b.y, size, b.h) : GenRect<int>(b.x, start, b.w, size);
+    return {f, premultiplied(img, f), Image(bounds, f)};
+}
 
-    const int bpp = f.getBytesPerPixel();
-    const int nc = f.getNumChannels();
-    const int srcStride = src.getStride();
-    const int outStride = out.getStride();
-    const unsigned char* srcBase = static_cast<const unsigned char*>(src.getBuffer());
-    unsigned char* outRow = static_cast<unsigned char*>(out.getBuffer());
+} // namespace
+
+Image hxform(Image img, const mat3& m, double param) {
+    const GenRect<int> b = img.getBounds();
+    Pass p = beginPass(img, m, param, true, "hxform: output range out of bounds");
+    const GenRect<int> ob = p.out.getBounds();
+    if (b.h < 1 || ob.w < 1)
+        return p.out;
+
+    const int bpp = p.format.getBytesPerPixel();
+    const int nc = p.format.getNumChannels();
+    const int srcStride = p.src.getStride();
+    const int outStride = p.out.getStride();
+    const unsigned char* srcBase = static_cast<const unsigned char*>(p.src.getBuffer());
+    unsigned char* outRow = static_cast<unsigned char*>(p.out.getBuffer());
     for (int r = b.y; r < b.y + b.h; ++r, outRow += outStride) {
         const unsigned char* srcRow = b.w > 0 ? srcBase + int64_t(r - b.y) * srcStride : srcBase;
         const mat2 row(vec2(m(0, 0), m(2, 0)), vec2(m(0, 1) * r + m(0, 2), m(2, 1) * r + m(2, 2)));
-        map(srcRow, bpp, b.x, b.w, outRow, bpp, ox, ow, nc, row, f);
+        map(srcRow, bpp, b.x, b.w, outRow, bpp, ob.x, ob.w, nc, row, p.format);
     }
-    return out;
+    return p.out;
 }
 
 Image vxform(Image img, const mat3& m, double param) {
     const GenRect<int> b = img.getBounds();
-    double ys[4] = {(m * vec2(b.x, b.y)).y, (m * vec2(b.x + b.w, b.y)).y,
-                    (m * vec2(b.x, b.y + b.h)).y, (m * vec2(b.x + b.w, b.y + b.h)).y};
-    int oy, oh;
-    if (!outputRange(*std::min_element(ys, ys + 4), *std::max_element(ys, ys + 4), param, oy, oh))
-        throw IllegalArgumentException("vxform: output range out of bounds");
+    Pass p = beginPass(img, m, param, false, "vxform: output range out of bounds");
+    const GenRect<int> ob = p.out.getBounds();
+    if (b.w < 1 || ob.h < 1)
+        return p.out;
 
-    Format f = img.getFormat();
-    f.setPremult(true);
-    const Image src = premultiplied(img, f);
-    Image out(GenRect<int>(b.x, oy, b.w, oh), f);
-    if (b.w < 1 || oh < 1)
-        return out;
-
-    const int bpp = f.getBytesPerPixel();
-    const int nc = f.getNumChannels();
-    const int srcStride = src.getStride();
-    const int outStride = out.getStride();
+    const int bpp = p.format.getBytesPerPixel();
+    const int nc = p.format.getNumChannels();
+    const int srcStride = p.src.getStride();
+    const int outStride = p.out.getStride();
     // A source without rows has no buffer to step along; its columns read
     // nothing and come out as zeros.
-    const unsigned char* srcBase = static_cast<const unsigned char*>(src.getBuffer());
-    unsigned char* outCol = static_cast<unsigned char*>(out.getBuffer());
+    const unsigned char* srcBase = static_cast<const unsigned char*>(p.src.getBuffer());
+    unsigned char* outCol = static_cast<unsigned char*>(p.out.getBuffer());
     for (int c = b.x; c < b.x + b.w; ++c, outCol += bpp) {
         const unsigned char* srcCol = b.h > 0 ? srcBase + int64_t(c - b.x) * bpp : srcBase;
         const mat2 col(vec2(m(1, 1), m(2, 1)), vec2(m(1, 0) * c + m(1, 2), m(2, 0) * c + m(2, 2)));
-        map(srcCol, srcStride, b.y, b.h, outCol, outStride, oy, oh, nc, col, f);
+        map(srcCol, srcStride, b.y, b.h, outCol, outStride, ob.y, ob.h, nc, col, p.format);
     }
-    return out;
+    return p.out;
 }
 
 Image xform(Image img, mat3& m, double param) {
