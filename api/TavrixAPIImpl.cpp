@@ -3,6 +3,7 @@
 #include "base/Exception.h"
 #include "image/Format.h"
 #include "track/TrFollow.h"
+#include "track/TrModes.h"
 
 #include <cmath>
 #include <cstring>
@@ -13,11 +14,6 @@ using Orvane::GenRect;
 using Orvane::Image;
 
 namespace {
-
-// Code order is the host's: the code of a behaviour is its index here.
-const char* const behaviorNames[] = {"default",       "stop",        "predict",
-                                     "predictAndKey", "dontPredict", "useExistingCurve"};
-constexpr int behaviorCount = 6;
 
 int truncated(double v) {
     return static_cast<int>(std::trunc(v));
@@ -47,16 +43,14 @@ int TavrixAPIImpl::intTime(float time) {
 
 const char* TavrixAPIImpl::behaviorName(int code) {
     // Taken as unsigned, so negative codes are out of range too.
-    return static_cast<unsigned>(code) < static_cast<unsigned>(behaviorCount) ? behaviorNames[code]
-                                                                              : nullptr;
+    return static_cast<unsigned>(code) < static_cast<unsigned>(TrModes::behaviorCount)
+               ? TrModes::behaviors[code].name
+               : nullptr;
 }
 
 int TavrixAPIImpl::behaviorCode(const dstring& name) {
-    if (!name.empty())
-        for (int code = 0; code < behaviorCount; ++code)
-            if (std::strcmp(name.c_str(), behaviorNames[code]) == 0)
-                return code;
-    return 1;
+    const TrModeName<TrBehavior>* row = TrModes::findBehavior(name.data());
+    return row ? static_cast<int>(row->mode) : static_cast<int>(TrBehavior::Stop);
 }
 
 // ---------------------------------------------------------------------------

@@ -11,6 +11,7 @@
 #include "track/Matcher.h"
 #include "track/Reducer.h"
 #include "track/TrFeedback.h"
+#include "track/TrModes.h"
 
 #include <cmath>
 #include <memory>
@@ -147,12 +148,13 @@ GenPoint<double> toDouble(const GenPoint<float>& p) {
     return GenPoint<double>(p.x, p.y);
 }
 
-const dstring kDefault("default");
-const dstring kStop("stop");
-const dstring kPredict("predict");
-const dstring kPredictAndKey("predictAndKey");
-const dstring kDontPredict("dontPredict");
-const dstring kUseExistingCurve("useExistingCurve");
+// The behaviour named `name`; an unknown or null name throws.
+TrBehavior behaviorNamed(const dstring& name) {
+    const TrModeName<TrBehavior>* row = TrModes::findBehavior(name.data());
+    if (row == nullptr)
+        throw IllegalArgumentException(dstring("unknown failure behavior \"") + name + "\"");
+    return row->mode;
+}
 
 const int kMaxPredicted = 5;
 const double kVelocityWeight = 0.6;
@@ -222,19 +224,24 @@ void TrFollow::setup() {
 void TrFollow::end(int) {}
 
 Reducer* TrFollow::setupReducer(const Image& pattern, const dstring& mode) {
-    if (mode == "red")
+    const TrModeName<TrColorMode>* row = TrModes::findColorMode(mode.data());
+    if (row == nullptr)
+        throw IllegalArgumentException(dstring("unsupported color mode \"") + mode + "\"");
+    switch (row->mode) {
+    case TrColorMode::Red:
         return new ChannelReducer('r');
-    if (mode == "green")
+    case TrColorMode::Green:
         return new ChannelReducer('g');
-    if (mode == "blue")
+    case TrColorMode::Blue:
         return new ChannelReducer('b');
-    if (mode == "luminance")
+    case TrColorMode::Luminance:
         return new LuminanceReducer();
-    if (mode == "saturation")
+    case TrColorMode::Saturation:
         return new SaturationReducer();
-    if (mode == "hue")
+    case TrColorMode::Hue:
         return PCAReducer::setupPCA(pattern);
-    throw IllegalArgumentException(dstring("unsupported color mode \"") + mode + "\"");
+    }
+    return nullptr;
 }
 
 Image TrFollow::reduce(const Image& img, const dstring& mode) {
@@ -363,8 +370,10 @@ bool TrFollow::track(int i, int frame, int direction) {
     if (info.matcher == nullptr || info.reducer == nullptr)
         return false;
 
-    const dstring behavior = checkedShot()->getFailureBehavior(i);
-    const int maxAttempts = behavior == kDefault ? 3 : 1;
+    const dstring behaviorName = checkedShot()->getFailureBehavior(i);
+    const TrModeName<TrBehavior>* behaviorRow = TrModes::findBehavior(behaviorName.data());
+    const bool retries = behaviorRow != nullptr && behaviorRow->mode == TrBehavior::Default;
+    const int maxAttempts = retries ? 3 : 1;
     const SavedStep saved(info);
     AffineProblem problem;
     bool ok = false;
@@ -441,23 +450,29 @@ bool TrFollow::track(int i, int frame, int direction) {
             break;
         }
 
-        if (behavior == kStop)
+        // An unknown name is only an error once a match has failed.
+        const TrBehavior behavior = behaviorNamed(behaviorName);
+        switch (behavior) {
+        case TrBehavior::Stop:
             return false;
-        if (behavior == kPredict || behavior == kDefault || behavior == kPredictAndKey) {
+        case TrBehavior::Predict:
+        case TrBehavior::Default:
+        case TrBehavior::PredictAndKey:
             if (info.failCount >= kMaxPredicted)
                 return false;
             ++info.failCount;
-            keying = behavior == kPredictAndKey;
-        } else if (behavior == kDontPredict) {
+            keying = behavior == TrBehavior::PredictAndKey;
+            break;
+        case TrBehavior::DontPredict:
             info.velocity = GenPoint<double>(0, 0);
             keying = false;
-        } else if (behavior == kUseExistingCurve) {
+            break;
+        case TrBehavior::UseExistingCurve: {
             const GenPoint<double> curve = checkedShot()->getPosition(i, t);
             info.position = GenPoint<float>(float(curve.x), float(curve.y));
             keying = false;
-        } else {
-            throw IllegalArgumentException(dstring("unknown failure behavior \"") + behavior +
-                                           "\"");
+            break;
+        }
         }
     }
 

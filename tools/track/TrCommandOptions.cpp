@@ -2,11 +2,9 @@
 
 #include "base/Exception.h"
 #include "tools/track/TrNumbers.h"
+#include "track/TrModes.h"
 
 namespace {
-
-const char* const kBehaviors[] = {"default",       "stop",        "predict",
-                                  "predictAndKey", "dontPredict", "useExistingCurve"};
 
 [[noreturn]] void fail(const std::string& message) {
     throw IllegalArgumentException(dstring(message));
@@ -19,10 +17,7 @@ bool endsWith(const std::string& s, const std::string& tail) {
 } // namespace
 
 bool isFailureBehavior(const std::string& name) {
-    for (const char* b : kBehaviors)
-        if (name == b)
-            return true;
-    return false;
+    return TrModes::findBehavior(name.c_str()) != nullptr;
 }
 
 bool TrCommandOptions::jsonOut() const {
@@ -105,9 +100,8 @@ TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
         } else if (name == "--behavior") {
             o.behavior = take();
             if (!isFailureBehavior(o.behavior))
-                fail("unknown failure behavior \"" + o.behavior +
-                     "\" (expected one of default, stop, predict, predictAndKey, dontPredict, "
-                     "useExistingCurve)");
+                fail("unknown failure behavior \"" + o.behavior + "\" (expected one of " +
+                     TrModes::behaviorList() + ")");
         } else if (name == "--color-mode") {
             o.colorMode = take();
             if (!isColorMode(o.colorMode))

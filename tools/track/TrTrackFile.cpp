@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "tools/track/TrJson.h"
+#include "track/TrModes.h"
 
 #include <cerrno>
 #include <cmath>
@@ -10,8 +11,6 @@
 #include <sstream>
 
 namespace {
-
-const char* const kColorModes[] = {"red", "green", "blue", "luminance", "saturation", "hue"};
 
 [[noreturn]] void failAt(const std::string& source, const TrJsonValue& v, const std::string& what) {
     throw IllegalArgumentException(dstring(source + ": line " + std::to_string(v.line) +
@@ -51,14 +50,11 @@ void readSize(const std::string& source, const TrJsonValue& v, const std::string
 } // namespace
 
 bool isColorMode(const std::string& mode) {
-    for (const char* m : kColorModes)
-        if (mode == m)
-            return true;
-    return false;
+    return TrModes::findColorMode(mode.c_str()) != nullptr;
 }
 
-const char* colorModeList() {
-    return "red, green, blue, luminance, saturation, hue";
+std::string colorModeList() {
+    return TrModes::colorModeList();
 }
 
 std::vector<TrTrackSpec> parseTrackFile(const std::string& text, const std::string& source,

@@ -22,7 +22,7 @@ struct TrTrackSpec {
 /// The colour modes a track may use, in the tracker's names.
 bool isColorMode(const std::string& mode);
 /// "red, green, blue, luminance, saturation, hue".
-const char* colorModeList();
+std::string colorModeList();
 
 /// Reads a track file:
 ///
