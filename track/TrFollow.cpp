@@ -22,56 +22,6 @@ using Orvane::Image;
 
 namespace {
 
-// The values a failed attempt may have changed, so that every attempt of a
-// step starts from the same state. The matrix is copied: the refinement
-// may write into the storage it shares.
-struct SavedStep {
-    explicit SavedStep(const TrTrackInfo& info)
-        : position(info.position), matrix(info.matrix.copy(KrGenMatrix<float>::AnyLayout)),
-          transform(info.transform), prevTransform(info.prevTransform),
-          affineOffset(info.affineOffset), score(info.score), velocity(info.velocity),
-          matchOffset(info.matchOffset), predicted(info.predicted), prevPosition(info.prevPosition),
-          velocityWeight(info.velocityWeight), transformGain(info.transformGain),
-          origin(info.origin), patternRect(info.patternRect), patternBounds(info.patternBounds),
-          failCount(info.failCount) {}
-
-    void restore(TrTrackInfo& info) const {
-        info.position = position;
-        info.matrix = matrix.copy(KrGenMatrix<float>::AnyLayout);
-        info.transform = transform;
-        info.prevTransform = prevTransform;
-        info.affineOffset = affineOffset;
-        info.score = score;
-        info.velocity = velocity;
-        info.matchOffset = matchOffset;
-        info.predicted = predicted;
-        info.prevPosition = prevPosition;
-        info.velocityWeight = velocityWeight;
-        info.transformGain = transformGain;
-        info.origin = origin;
-        info.patternRect = patternRect;
-        info.patternBounds = patternBounds;
-        info.failCount = failCount;
-    }
-
-    GenPoint<float> position;
-    KrGenMatrix<float> matrix;
-    AffineTransform transform;
-    AffineTransform prevTransform;
-    GenPoint<float> affineOffset;
-    double score;
-    GenPoint<double> velocity;
-    GenPoint<float> matchOffset;
-    GenPoint<double> predicted;
-    GenPoint<double> prevPosition;
-    double velocityWeight;
-    double transformGain;
-    GenPoint<float> origin;
-    GenRect<double> patternRect;
-    GenRect<int> patternBounds;
-    int failCount;
-};
-
 int roundToInt(double v) {
     return int(std::lround(v));
 }
@@ -206,19 +156,17 @@ Image TrFollow::reduce(const Image& img, const dstring& mode) {
 }
 
 bool TrFollow::capturePattern(int i, TrTrackInfo& info) {
-    delete info.matcher;
-    info.matcher = nullptr;
-    delete info.reducer;
-    info.reducer = nullptr;
+    info.matcher.reset();
+    info.reducer.reset();
 
     const Image raw = checkedShot()->getImage(float(beginFrame), info.patternBounds, true);
     if (!hasPixels(raw)) {
         info.pattern = Image();
         return false;
     }
-    info.reducer = setupReducer(raw, checkedShot()->getColorMode(i));
+    info.reducer.reset(setupReducer(raw, checkedShot()->getColorMode(i)));
     info.pattern = ownedFloat(info.reducer->reduce(raw), raw);
-    info.matcher = new Matcher();
+    info.matcher.reset(new Matcher());
     if (preciseSums)
         info.matcher->setImageSumIntf(new DoubleImageSum());
     info.matcher->setPattern(info.pattern);
@@ -330,13 +278,14 @@ bool TrFollow::track(int i, int frame, int direction) {
     const TrModeName<TrBehavior>* behaviorRow = TrModes::findBehavior(behaviorName.data());
     const bool retries = behaviorRow != nullptr && behaviorRow->mode == TrBehavior::Default;
     const int maxAttempts = retries ? 3 : 1;
-    const SavedStep saved(info);
+    // Every attempt of the step starts from this state.
+    const TrStepState saved = info.state();
     AffineProblem problem;
     bool ok = false;
     bool keying = false;
 
     for (int attempt = 0; attempt < maxAttempts; ++attempt) {
-        saved.restore(info);
+        info.state() = saved;
 
         info.prevPosition = toDouble(info.position);
         info.predicted = GenPoint<double>(float(info.position.x + info.velocity.x),

@@ -3,45 +3,20 @@
 #include "track/Matcher.h"
 #include "track/Reducer.h"
 
-#include <utility>
+TrDeepMatrix::TrDeepMatrix(const TrDeepMatrix& other)
+    : KrGenMatrix<float>(other.copy(KrGenMatrix<float>::AnyLayout)) {}
 
-TrTrackInfo::~TrTrackInfo() {
-    delete matcher;
-    delete reducer;
-}
-
-TrTrackInfo::TrTrackInfo(TrTrackInfo&& other) noexcept {
-    swap(other);
-}
-
-TrTrackInfo& TrTrackInfo::operator=(TrTrackInfo&& other) noexcept {
-    // The old reducer and matcher leave with `other`, which deletes them.
-    swap(other);
+TrDeepMatrix& TrDeepMatrix::operator=(const TrDeepMatrix& other) {
+    KrGenMatrix<float>::operator=(other.copy(KrGenMatrix<float>::AnyLayout));
     return *this;
 }
 
-void TrTrackInfo::swap(TrTrackInfo& other) noexcept {
-    using std::swap;
-    swap(origin, other.origin);
-    swap(patternRect, other.patternRect);
-    swap(patternBounds, other.patternBounds);
-    swap(pattern, other.pattern);
-    swap(search, other.search);
-    swap(searchRaw, other.searchRaw);
-    swap(position, other.position);
-    swap(transform, other.transform);
-    swap(prevTransform, other.prevTransform);
-    swap(matrix, other.matrix);
-    swap(transformGain, other.transformGain);
-    swap(patternFrame, other.patternFrame);
-    swap(velocity, other.velocity);
-    swap(velocityWeight, other.velocityWeight);
-    swap(reducer, other.reducer);
-    swap(matcher, other.matcher);
-    swap(prevPosition, other.prevPosition);
-    swap(predicted, other.predicted);
-    swap(matchOffset, other.matchOffset);
-    swap(affineOffset, other.affineOffset);
-    swap(score, other.score);
-    swap(failCount, other.failCount);
-}
+// Defined where Reducer and Matcher are complete, so that code reading the
+// record needs only their names.
+TrTrackInfo::TrTrackInfo() = default;
+
+TrTrackInfo::~TrTrackInfo() = default;
+
+TrTrackInfo::TrTrackInfo(TrTrackInfo&& other) noexcept = default;
+
+TrTrackInfo& TrTrackInfo::operator=(TrTrackInfo&& other) = default;

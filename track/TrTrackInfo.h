@@ -5,33 +5,38 @@
 #include "krovel/AffineTransform.h"
 #include "krovel/KrGenMatrix.h"
 
+#include <memory>
+
 class Matcher;
 class Reducer;
 
-/// The working state of one track during a pass. The record owns its reducer
-/// and its matcher and deletes them; it can be moved but not copied.
-struct TrTrackInfo {
-    TrTrackInfo() = default;
-    ~TrTrackInfo();
-    TrTrackInfo(const TrTrackInfo&) = delete;
-    TrTrackInfo& operator=(const TrTrackInfo&) = delete;
-    TrTrackInfo(TrTrackInfo&& other) noexcept;
-    TrTrackInfo& operator=(TrTrackInfo&& other) noexcept;
+/// A matrix handle whose copies own their elements. Assigning a plain handle
+/// shares its storage as any handle does; copying or assigning another
+/// TrDeepMatrix copies the elements in the source's layout, so a saved step
+/// never shares storage with the working one, which the refinement replaces
+/// and the warp reads.
+class TrDeepMatrix : public KrGenMatrix<float> {
+public:
+    TrDeepMatrix() = default;
+    TrDeepMatrix(const TrDeepMatrix& other);
+    TrDeepMatrix(TrDeepMatrix&& other) noexcept = default;
+    TrDeepMatrix& operator=(const TrDeepMatrix& other);
+    TrDeepMatrix& operator=(TrDeepMatrix&& other) noexcept = default;
+    using KrGenMatrix<float>::operator=;
+};
 
-    void swap(TrTrackInfo& other) noexcept;
-
+/// The part of a track's working state that one step may change and that
+/// every attempt of the step starts from. Copies are complete and own their
+/// matrix: `saved = info.state()` and `info.state() = saved` are the whole
+/// save and restore, so a field added here is saved and restored with the
+/// rest.
+struct TrStepState {
     /// Track position at the begin frame: the pattern's anchor.
     Orvane::GenPoint<float> origin;
     /// Pattern rectangle relative to the position, as the track stores it.
     Orvane::GenRect<double> patternRect;
     /// Absolute pattern rectangle in the begin frame, rounded edge by edge.
     Orvane::GenRect<int> patternBounds;
-    /// Reduced pattern, captured once at the begin frame.
-    Orvane::Image pattern;
-    /// The search image handed to the matcher, in the pattern's frame.
-    Orvane::Image search;
-    /// The reduced search region as fetched, in frame coordinates.
-    Orvane::Image searchRaw;
     /// Current position estimate.
     Orvane::GenPoint<float> position;
     /// Current shape.
@@ -39,19 +44,13 @@ struct TrTrackInfo {
     /// Shape of the previous frame.
     AffineTransform prevTransform;
     /// 2x3 map from pattern offsets to search offsets.
-    KrGenMatrix<float> matrix;
+    TrDeepMatrix matrix;
     /// Extrapolation factor of the shape prediction; 0 keeps the shape.
     double transformGain = 0;
-    /// Next frame for the lagged refinement.
-    int patternFrame = 0;
     /// Smoothed displacement per frame.
     Orvane::GenPoint<double> velocity;
     /// Weight of the old velocity: 0 until the first keyed frame, then 0.6.
     double velocityWeight = 0;
-    /// Made from the track's colour mode at the begin frame; owned.
-    Reducer* reducer = nullptr;
-    /// Holds the pattern; made at the begin frame; owned.
-    Matcher* matcher = nullptr;
     /// Position at the start of the frame, before prediction.
     Orvane::GenPoint<double> prevPosition;
     /// Position plus velocity, each coordinate rounded to float.
@@ -64,4 +63,33 @@ struct TrTrackInfo {
     double score = 0;
     /// Frames in a row tracked by prediction only.
     int failCount = 0;
+};
+
+/// The working state of one track during a pass: the step state, which reads
+/// as the record's own fields, and what lives for the whole pass. The record
+/// owns its reducer and its matcher; it can be moved but not copied.
+struct TrTrackInfo : TrStepState {
+    TrTrackInfo();
+    ~TrTrackInfo();
+    TrTrackInfo(const TrTrackInfo&) = delete;
+    TrTrackInfo& operator=(const TrTrackInfo&) = delete;
+    TrTrackInfo(TrTrackInfo&& other) noexcept;
+    TrTrackInfo& operator=(TrTrackInfo&& other);
+
+    TrStepState& state() { return *this; }
+    const TrStepState& state() const { return *this; }
+
+    /// Reduced pattern, captured once at the begin frame.
+    Orvane::Image pattern;
+    /// The search image handed to the matcher, in the pattern's frame.
+    Orvane::Image search;
+    /// The reduced search region as fetched, in frame coordinates.
+    Orvane::Image searchRaw;
+    /// Next frame for the lagged refinement.
+    int patternFrame = 0;
+    /// Made from the track's colour mode at the begin frame.
+    std::unique_ptr<Reducer> reducer;
+    /// Holds the pattern; made at the begin frame. Declared after the
+    /// reducer, so it is deleted first.
+    std::unique_ptr<Matcher> matcher;
 };
