@@ -65,9 +65,32 @@ TrBehavior behaviorNamed(const dstring& name) {
 const int kMaxPredicted = 5;
 const double kVelocityWeight = 0.6;
 
-} // namespace
+// Moves the position by the velocity, keeping where the frame started.
+void predict(TrStepState& s) {
+    s.prevPosition = toDouble(s.position);
+    s.predicted =
+        GenPoint<double>(float(s.position.x + s.velocity.x), float(s.position.y + s.velocity.y));
+    s.position = GenPoint<float>(float(s.predicted.x), float(s.predicted.y));
+}
 
-// ---- TrFollow
+// Blends this frame's move, rounded to float, into the velocity; the weight
+// is 0 until the first keyed frame, which thus takes its move whole.
+void smoothVelocity(TrStepState& s) {
+    const double w = s.velocityWeight;
+    const float moveX = float(double(s.position.x) - s.prevPosition.x);
+    const float moveY = float(double(s.position.y) - s.prevPosition.y);
+    s.velocity =
+        GenPoint<double>((1 - w) * moveX + w * s.velocity.x, (1 - w) * moveY + w * s.velocity.y);
+}
+
+// Extrapolates the shape for the next frame by the transform gain.
+void predictShape(TrStepState& s) {
+    const AffineTransform before = s.transform;
+    s.transform = s.transform + (s.transform - s.prevTransform) * float(s.transformGain);
+    s.prevTransform = before;
+}
+
+} // namespace
 
 TrFollow::TrFollow() = default;
 
@@ -155,6 +178,44 @@ Image TrFollow::reduce(const Image& img, const dstring& mode) {
     return reducer->reduce(img);
 }
 
+// Each step reads as its stages; only the attempts repeat.
+bool TrFollow::track(int i, int frame, int direction) {
+    TrTrackInfo& info = infos[i];
+    direction = direction < 0 ? -1 : 1;
+    // A cancelled pass does no further work, whichever track comes next.
+    if (feedback && feedback->isCancelled())
+        return false;
+    if (frame == beginFrame && !captureAtBegin(i, info))
+        return false;
+    if (info.matcher == nullptr || info.reducer == nullptr)
+        return false;
+
+    // One problem serves every attempt and the lagged refinement.
+    AffineProblem problem;
+    const Verdict verdict = matchWithRetries(i, frame, info, problem);
+    if (verdict.stop)
+        return false;
+    if (verdict.keyed)
+        key(i, frame, info);
+    if (useAffine)
+        predictShape(info);
+    if (lagRefine && verdict.matched && std::abs(frame - info.patternFrame) >= 2 &&
+        !refineLagged(i, info, problem, direction))
+        return false;
+    return reportStep(i, frame);
+}
+
+bool TrFollow::captureAtBegin(int i, TrTrackInfo& info) {
+    // A pattern outside the frame leaves nothing to match: the track stops
+    // before anything is keyed.
+    if (!capturePattern(i, info))
+        return false;
+    const float t = float(beginFrame);
+    checkedShot()->setPosition(i, t, toDouble(info.origin));
+    checkedShot()->setTransform(i, t, info.transform);
+    return true;
+}
+
 bool TrFollow::capturePattern(int i, TrTrackInfo& info) {
     info.matcher.reset();
     info.reducer.reset();
@@ -175,6 +236,91 @@ bool TrFollow::capturePattern(int i, TrTrackInfo& info) {
     KrGenMatrix<float> m;
     info.transform.getMatrix(m);
     info.matrix = m;
+    return true;
+}
+
+// Every attempt starts from the state saved here; what a failed one leaves
+// outside it, the search images and their cache entry, the next replaces.
+// Only "default" retries, each time over a search area 10 % larger.
+TrFollow::Verdict TrFollow::matchWithRetries(int i, int frame, TrTrackInfo& info,
+                                             AffineProblem& problem) {
+    const dstring behaviorName = checkedShot()->getFailureBehavior(i);
+    const TrModeName<TrBehavior>* row = TrModes::findBehavior(behaviorName.data());
+    const bool retries = row != nullptr && row->mode == TrBehavior::Default;
+    const int maxAttempts = retries ? 3 : 1;
+    const TrStepState saved = info.state();
+    Verdict verdict;
+    for (int attempt = 0; attempt < maxAttempts; ++attempt) {
+        info.state() = saved;
+        predict(info);
+        if (!fetchAndWarp(i, frame, 1 + 0.1 * attempt, info) || !matchAndRefine(i, info, problem))
+            return Verdict::stopTrack();
+        smoothVelocity(info);
+        verdict = judge(i, frame, behaviorName, info);
+        if (verdict.stop || verdict.matched)
+            break;
+    }
+    return verdict;
+}
+
+// Fetches and reduces the search region around the predicted position,
+// `growth` times the track's search rectangle (the fetch half as large
+// again, for the warp's reach), and makes the matcher's search image.
+// False when the region lies outside the frame.
+bool TrFollow::fetchAndWarp(int i, int frame, double growth, TrTrackInfo& info) {
+    const float t = float(frame);
+    const GenRect<double> searchRect = checkedShot()->getSearchRect(i, t);
+    const GenRect<int> warpRect = placeRect(info.position, searchRect, growth);
+    const GenRect<int> fetchRect = placeRect(info.position, searchRect, 1.5 * growth);
+
+    const Image fetched = checkedShot()->getImage(t, fetchRect, true);
+    if (!hasPixels(fetched))
+        return false;
+    info.searchRaw = ownedFloat(info.reducer->reduce(fetched), fetched);
+    if (lagRefine)
+        searchCache[frame * 256 + i] = info.searchRaw;
+    warpSearch(warpRect, info);
+    return true;
+}
+
+void TrFollow::warpSearch(const GenRect<int>& warpRect, TrTrackInfo& info) const {
+    const float dx = info.position.x - info.origin.x;
+    const float dy = info.position.y - info.origin.y;
+    const GenPoint<int> shift(roundToInt(dx), roundToInt(dy));
+    if (useAffine) {
+        // The search image lives in the pattern's frame, around the origin,
+        // like the offset view below: the matcher's offset and the update
+        // after it measure from the origin. Laid over the warp rectangle
+        // itself, it would sample the frame around 2 * position - origin and
+        // lose any track that has moved farther than the search margin since
+        // the begin frame.
+        info.search = Image(warpRect - shift, info.searchRaw.getFormat());
+        Orvane::xform_bilinear<float>(info.searchRaw, info.search, info.matrix, info.position,
+                                      info.origin);
+        return;
+    }
+    info.search = info.searchRaw.offset(shift);
+    KrGenMatrix<float> m(2, 3, KrGenMatrix<float>::RowMajor);
+    m(0, 0) = 1;
+    m(1, 1) = 1;
+    m(0, 2) = float(shift.x) - dx;
+    m(1, 2) = float(shift.y) - dy;
+    info.matrix = m;
+}
+
+// Finds the pattern in the search image, then refines position and shape.
+// False when the refinement raised KrMatrixError.
+bool TrFollow::matchAndRefine(int i, TrTrackInfo& info, AffineProblem& problem) {
+    info.matcher->setSearch(info.search);
+    info.matcher->match(info.matchOffset, info.score);
+    info.position = info.position + transform2x3(info.matrix, info.matchOffset);
+    if (!useAffine)
+        return true;
+    try {
+        refineAffine(i, info, problem);
+    } catch (const KrMatrixError&) {
+        return false;
+    }
     return true;
 }
 
@@ -210,6 +356,53 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info, AffineProblem& problem) {
     info.affineOffset = problem.getTranslation();
     info.position = info.position + info.affineOffset;
     info.score = problem.getQuality();
+}
+
+// Judges the attempt's score against the track's tolerance and, on a miss,
+// applies the failure behaviour. No behaviour puts the position back to the
+// prediction: the low-scoring result stays, and under "predictAndKey" it is
+// what gets keyed.
+TrFollow::Verdict TrFollow::judge(int i, int frame, const dstring& behaviorName,
+                                  TrTrackInfo& info) {
+    Verdict verdict;
+    if (checkedShot()->getFailureTolerance(i) <= info.score) {
+        info.failCount = 0;
+        verdict.matched = true;
+        verdict.keyed = true;
+        return verdict;
+    }
+    // An unknown name is only an error once a match has failed.
+    const TrBehavior behavior = behaviorNamed(behaviorName);
+    switch (behavior) {
+    case TrBehavior::Stop:
+        return Verdict::stopTrack();
+    case TrBehavior::Predict:
+    case TrBehavior::Default:
+    case TrBehavior::PredictAndKey:
+        if (info.failCount >= kMaxPredicted)
+            return Verdict::stopTrack();
+        ++info.failCount;
+        verdict.keyed = behavior == TrBehavior::PredictAndKey;
+        break;
+    case TrBehavior::DontPredict:
+        info.velocity = GenPoint<double>(0, 0);
+        break;
+    case TrBehavior::UseExistingCurve: {
+        const GenPoint<double> curve = checkedShot()->getPosition(i, float(frame));
+        info.position = GenPoint<float>(float(curve.x), float(curve.y));
+        break;
+    }
+    }
+    return verdict;
+}
+
+void TrFollow::key(int i, int frame, TrTrackInfo& info) {
+    const float t = float(frame);
+    checkedShot()->setPosition(i, t, toDouble(info.position));
+    checkedShot()->setTransform(i, t, info.transform);
+    checkedShot()->setQuality(i, t, info.score);
+    info.matrix.unique();
+    info.velocityWeight = kVelocityWeight;
 }
 
 bool TrFollow::refineLagged(int i, TrTrackInfo& info, AffineProblem& problem, int direction) {
@@ -255,156 +448,9 @@ bool TrFollow::refineLagged(int i, TrTrackInfo& info, AffineProblem& problem, in
     return true;
 }
 
-bool TrFollow::track(int i, int frame, int direction) {
-    TrTrackInfo& info = infos[i];
-    direction = direction < 0 ? -1 : 1;
-    const float t = float(frame);
-    // A cancelled pass does no further work, whichever track comes next.
-    if (feedback && feedback->isCancelled())
-        return false;
-
-    if (frame == beginFrame) {
-        // A pattern outside the frame leaves nothing to match: the track
-        // stops before anything is keyed.
-        if (!capturePattern(i, info))
-            return false;
-        checkedShot()->setPosition(i, t, toDouble(info.origin));
-        checkedShot()->setTransform(i, t, info.transform);
-    }
-    if (info.matcher == nullptr || info.reducer == nullptr)
-        return false;
-
-    const dstring behaviorName = checkedShot()->getFailureBehavior(i);
-    const TrModeName<TrBehavior>* behaviorRow = TrModes::findBehavior(behaviorName.data());
-    const bool retries = behaviorRow != nullptr && behaviorRow->mode == TrBehavior::Default;
-    const int maxAttempts = retries ? 3 : 1;
-    // Every attempt of the step starts from this state.
-    const TrStepState saved = info.state();
-    AffineProblem problem;
-    bool ok = false;
-    bool keying = false;
-
-    for (int attempt = 0; attempt < maxAttempts; ++attempt) {
-        info.state() = saved;
-
-        info.prevPosition = toDouble(info.position);
-        info.predicted = GenPoint<double>(float(info.position.x + info.velocity.x),
-                                          float(info.position.y + info.velocity.y));
-        info.position = GenPoint<float>(float(info.predicted.x), float(info.predicted.y));
-
-        const GenRect<double> searchRect = checkedShot()->getSearchRect(i, t);
-        const double g = 1 + 0.1 * attempt;
-        const GenRect<int> warpRect = placeRect(info.position, searchRect, g);
-        const GenRect<int> fetchRect = placeRect(info.position, searchRect, 1.5 * g);
-
-        const Image fetched = checkedShot()->getImage(t, fetchRect, true);
-        if (!hasPixels(fetched))
-            return false;
-        info.searchRaw = ownedFloat(info.reducer->reduce(fetched), fetched);
-        if (lagRefine)
-            searchCache[frame * 256 + i] = info.searchRaw;
-
-        const float dx = info.position.x - info.origin.x;
-        const float dy = info.position.y - info.origin.y;
-        const GenPoint<int> shift(roundToInt(dx), roundToInt(dy));
-        if (useAffine) {
-            // The search image lives in the pattern's frame, around the
-            // origin, like the offset view below: the matcher's offset and
-            // the update after it measure from the origin. Laid over the
-            // warp rectangle itself, it would sample the frame around
-            // 2 * position - origin and lose any track that has moved
-            // farther than the search margin since the begin frame.
-            info.search = Image(warpRect - shift, info.searchRaw.getFormat());
-            Orvane::xform_bilinear<float>(info.searchRaw, info.search, info.matrix, info.position,
-                                          info.origin);
-        } else {
-            info.search = info.searchRaw.offset(shift);
-            KrGenMatrix<float> m(2, 3, KrGenMatrix<float>::RowMajor);
-            m(0, 0) = 1;
-            m(1, 1) = 1;
-            m(0, 2) = float(shift.x) - dx;
-            m(1, 2) = float(shift.y) - dy;
-            info.matrix = m;
-        }
-
-        info.matcher->setSearch(info.search);
-        info.matcher->match(info.matchOffset, info.score);
-        info.position = info.position + transform2x3(info.matrix, info.matchOffset);
-
-        const double tolerance = checkedShot()->getFailureTolerance(i);
-        ok = tolerance <= info.score;
-
-        if (useAffine) {
-            try {
-                refineAffine(i, info, problem);
-            } catch (const KrMatrixError&) {
-                return false;
-            }
-            ok = tolerance <= info.score;
-        }
-
-        const double w = info.velocityWeight;
-        const float moveX = float(double(info.position.x) - info.prevPosition.x);
-        const float moveY = float(double(info.position.y) - info.prevPosition.y);
-        info.velocity = GenPoint<double>((1 - w) * moveX + w * info.velocity.x,
-                                         (1 - w) * moveY + w * info.velocity.y);
-
-        if (ok) {
-            info.failCount = 0;
-            keying = true;
-            break;
-        }
-
-        // An unknown name is only an error once a match has failed.
-        const TrBehavior behavior = behaviorNamed(behaviorName);
-        switch (behavior) {
-        case TrBehavior::Stop:
-            return false;
-        case TrBehavior::Predict:
-        case TrBehavior::Default:
-        case TrBehavior::PredictAndKey:
-            if (info.failCount >= kMaxPredicted)
-                return false;
-            ++info.failCount;
-            keying = behavior == TrBehavior::PredictAndKey;
-            break;
-        case TrBehavior::DontPredict:
-            info.velocity = GenPoint<double>(0, 0);
-            keying = false;
-            break;
-        case TrBehavior::UseExistingCurve: {
-            const GenPoint<double> curve = checkedShot()->getPosition(i, t);
-            info.position = GenPoint<float>(float(curve.x), float(curve.y));
-            keying = false;
-            break;
-        }
-        }
-    }
-
-    if (keying) {
-        checkedShot()->setPosition(i, t, toDouble(info.position));
-        checkedShot()->setTransform(i, t, info.transform);
-        checkedShot()->setQuality(i, t, info.score);
-        info.matrix.unique();
-        info.velocityWeight = kVelocityWeight;
-    }
-
-    if (useAffine) {
-        const AffineTransform before = info.transform;
-        info.transform =
-            info.transform + (info.transform - info.prevTransform) * float(info.transformGain);
-        info.prevTransform = before;
-    }
-
-    if (lagRefine && ok && std::abs(frame - info.patternFrame) >= 2) {
-        if (!refineLagged(i, info, problem, direction))
-            return false;
-    }
-
-    if (feedback) {
-        feedback->trackStep(i, frame);
-        if (feedback->isCancelled())
-            return false;
-    }
-    return true;
+bool TrFollow::reportStep(int i, int frame) {
+    if (!feedback)
+        return true;
+    feedback->trackStep(i, frame);
+    return !feedback->isCancelled();
 }

@@ -90,10 +90,31 @@ public:
     const std::map<int, Orvane::Image>& getSearchCache() const { return searchCache; }
 
 private:
+    /// What the attempts at one frame decided.
+    struct Verdict {
+        /// The track stops; nothing more is done for the frame.
+        bool stop = false;
+        /// The last attempt's score reached the tolerance.
+        bool matched = false;
+        /// The frame's result is keyed.
+        bool keyed = false;
+
+        static Verdict stopTrack() { return Verdict{true, false, false}; }
+    };
+
     TrShot* checkedShot() const;
+    // The stages of `track`, in the order it runs them.
+    bool captureAtBegin(int i, TrTrackInfo& info);
     bool capturePattern(int i, TrTrackInfo& info);
+    Verdict matchWithRetries(int i, int frame, TrTrackInfo& info, AffineProblem& problem);
+    bool fetchAndWarp(int i, int frame, double growth, TrTrackInfo& info);
+    void warpSearch(const Orvane::GenRect<int>& warpRect, TrTrackInfo& info) const;
+    bool matchAndRefine(int i, TrTrackInfo& info, AffineProblem& problem);
     void refineAffine(int i, TrTrackInfo& info, AffineProblem& problem);
+    Verdict judge(int i, int frame, const dstring& behaviorName, TrTrackInfo& info);
+    void key(int i, int frame, TrTrackInfo& info);
     bool refineLagged(int i, TrTrackInfo& info, AffineProblem& problem, int direction);
+    bool reportStep(int i, int frame);
 
     Orvane::SafePtr<TrShot> shot;
     TrFeedback* feedback = nullptr;
