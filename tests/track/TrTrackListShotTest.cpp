@@ -40,46 +40,56 @@ protected:
 TEST(TrTrackListShot, TimedValuesLiveAtTheFrameTheShotMakesOfTheTime) {
     QuarterShot shot;
     TrTrack* t = shot.insertTrack(0, 1, 2);
-    const GenRect<double> searched(-3, -4, 6, 8);
-    const AffineTransform moved(1.5f, -2, 0.25f, 1.125f, 0.75f, 1);
-    shot.setPosition(0, 0.75f, GenPoint<double>(5, 6));
-    shot.setQuality(0, 0.75f, 0.625);
-    shot.setTransform(0, 0.75f, moved);
-    shot.setSearchedRect(0, 0.75f, searched);
-    EXPECT_TRUE(t->position().isKeyed(3) && t->quality().isKeyed(3));
-    EXPECT_TRUE(t->transform().isKeyed(3) && t->searchedRect().isKeyed(3));
-    EXPECT_EQ(1, t->position().getKeyCount());
-    EXPECT_EQ(0.625, t->quality().getValue(3));
-    EXPECT_EQ(moved, t->transform().getValue(3));
-    EXPECT_EQ(searched, t->searchedRect().getValue(3));
+    // Times 0.75 and 1.75 are frames 3 and 7 here. A forwarder that skipped
+    // the hook would write frames 0 and 1, and read frame 1, before both keys.
+    const float times[] = {0.75f, 1.75f};
+    const GenPoint<double> place[] = {GenPoint<double>(5, 6), GenPoint<double>(-1, 3)};
+    const double quality[] = {0.625, 0.125};
+    const AffineTransform moved[] = {AffineTransform(1.5f, -2, 0.25f, 1.125f, 0.75f, 1),
+                                     AffineTransform(3, 1, 0, 1, 1, 1)};
+    const GenRect<double> searched[] = {GenRect<double>(-3, -4, 6, 8),
+                                        GenRect<double>(-5, -4, 10, 8)};
+    for (int k = 0; k < 2; ++k) {
+        shot.setPosition(0, times[k], place[k]);
+        shot.setQuality(0, times[k], quality[k]);
+        shot.setTransform(0, times[k], moved[k]);
+        shot.setSearchedRect(0, times[k], searched[k]);
+    }
+    TrAttributeBase* written[] = {&t->position(), &t->quality(), &t->transform(),
+                                  &t->searchedRect()};
+    for (TrAttributeBase* a : written) {
+        int first = -1, last = -1;
+        EXPECT_TRUE(a->firstKey(first) && a->lastKey(last));
+        EXPECT_EQ(3, first);
+        EXPECT_EQ(7, last);
+    }
+    for (int k = 0; k < 2; ++k) {
+        EXPECT_EQ(place[k], shot.getPosition(0, times[k])) << k;
+        EXPECT_EQ(quality[k], shot.getQuality(0, times[k])) << k;
+        EXPECT_EQ(moved[k], shot.getTransform(0, times[k])) << k;
+        EXPECT_EQ(searched[k], shot.getSearchedRect(0, times[k])) << k;
+        EXPECT_TRUE(shot.isPositionKeyed(0, times[k]) && shot.isQualityKeyed(0, times[k])) << k;
+    }
+    EXPECT_FALSE(shot.isPositionKeyed(0, 1.5f) || shot.isQualityKeyed(0, 1.5f));
 
-    // Keys written on the track, read back through the shot at time 1.75.
+    // Rect keys written on the track, read back through the shot.
     const GenRect<double> pattern(-2, -1, 4, 2), search(-9, -8, 18, 16);
+    t->patternRect().setValue(3, GenRect<double>(-1, -1, 2, 2));
     t->patternRect().setValue(7, pattern);
+    t->searchRect().setValue(3, GenRect<double>(-6, -6, 12, 12));
     t->searchRect().setValue(7, search);
-    t->userPosition().setValue(7, GenPoint<double>(-1, 3));
-    t->position().setValue(7, GenPoint<double>(-1, 3));
     EXPECT_EQ(pattern, shot.getPatternRect(0, 1.75f));
     EXPECT_EQ(search, shot.getSearchRect(0, 1.75f));
-    EXPECT_EQ(GenPoint<double>(-1, 3), shot.getPosition(0, 1.75f));
-    EXPECT_EQ(GenPoint<double>(5, 6), shot.getPosition(0, 0.75f));
-    EXPECT_EQ(0.625, shot.getQuality(0, 0.75f));
-    EXPECT_EQ(moved, shot.getTransform(0, 0.75f));
-    EXPECT_EQ(searched, shot.getSearchedRect(0, 0.75f));
-    for (float time : {0.75f, 1.75f})
-        EXPECT_TRUE(shot.isPositionKeyed(0, time)) << time;
-    EXPECT_FALSE(shot.isPositionKeyed(0, 1.5f));
-    EXPECT_TRUE(shot.isQualityKeyed(0, 0.75f));
-    EXPECT_FALSE(shot.isQualityKeyed(0, 3.0f));
+    t->userPosition().setValue(7, place[1]);
     EXPECT_TRUE(shot.isPositionKeyedByUser(0, 1.75f));
     EXPECT_FALSE(shot.isPositionKeyedByUser(0, 0.75f));
 
     // The unkeyed setters drop the keys and hold at every frame.
-    shot.setPatternRect(0, GenRect<double>(-1, -1, 2, 2));
-    shot.setSearchRect(0, GenRect<double>(-6, -6, 12, 12));
+    shot.setPatternRect(0, GenRect<double>(-3, -3, 6, 6));
+    shot.setSearchRect(0, GenRect<double>(-7, -7, 14, 14));
     EXPECT_EQ(0, t->patternRect().getKeyCount() + t->searchRect().getKeyCount());
-    EXPECT_EQ(GenRect<double>(-1, -1, 2, 2), shot.getPatternRect(0, 1.75f));
-    EXPECT_EQ(GenRect<double>(-6, -6, 12, 12), shot.getSearchRect(0, -30));
+    EXPECT_EQ(GenRect<double>(-3, -3, 6, 6), shot.getPatternRect(0, 1.75f));
+    EXPECT_EQ(GenRect<double>(-7, -7, 14, 14), shot.getSearchRect(0, -30));
 }
 
 TEST(TrTrackListShot, SwitchesAreTheShotsAndSettingsTheTracks) {
