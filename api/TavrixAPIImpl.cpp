@@ -21,7 +21,7 @@ int truncated(double v) {
 
 } // namespace
 
-TavrixAPIImpl::TavrixAPIImpl() : follow(new TrFollow) {
+TavrixAPIImpl::TavrixAPIImpl() : TrTrackListShot({true, true, true}), follow(new TrFollow) {
     follow->setShot(this);
 }
 
@@ -30,7 +30,7 @@ TavrixAPIImpl::~TavrixAPIImpl() {
     // the node bases they report to.
     follow.reset();
     frameBytes.reset();
-    tracks.clear();
+    clearTracks();
 }
 
 int TavrixAPIImpl::intTime(float time) {
@@ -39,6 +39,10 @@ int TavrixAPIImpl::intTime(float time) {
     if (!(t > -2147483649.0 && t < 2147483648.0))
         throw IllegalArgumentException("time out of range");
     return static_cast<int>(t);
+}
+
+int TavrixAPIImpl::frameOf(float time) const {
+    return intTime(time);
 }
 
 const char* TavrixAPIImpl::behaviorName(int code) {
@@ -57,36 +61,19 @@ int TavrixAPIImpl::behaviorCode(const dstring& name) {
 // Track list
 
 TrTrack* TavrixAPIImpl::addNewTrack(double x, double y) {
-    return insertNewTrack(tracks.getCount(), x, y);
+    return insertTrack(getTrackCount(), x, y);
 }
 
 TrTrack* TavrixAPIImpl::insertNewTrack(int index, double x, double y) {
-    // Held here first, so a failed insert frees the new track.
-    Orvane::SmartPtr<TrTrack> track(new TrTrack);
-    tracks.insert(track, index);
-    track->setOwner(this);
-    track->position().setValue(GenPoint<double>(x, y));
-    return track.get();
+    return insertTrack(index, x, y);
 }
 
 void TavrixAPIImpl::deleteTrack(int index) {
-    tracks.remove(index);
+    removeTrack(index);
 }
 
 void TavrixAPIImpl::deleteAllTracks() {
-    tracks.clear();
-}
-
-void TavrixAPIImpl::clearTracks() {
-    deleteAllTracks();
-}
-
-TrTrack* TavrixAPIImpl::getTrack(int index) {
-    return tracks[index].get();
-}
-
-int TavrixAPIImpl::getTrackCount() {
-    return tracks.getCount();
+    clearTracks();
 }
 
 // ---------------------------------------------------------------------------
@@ -208,14 +195,6 @@ Image TavrixAPIImpl::getImage(float, const GenRect<int>& rect, bool allowPartial
     return image;
 }
 
-bool TavrixAPIImpl::getTracking() {
-    return tracking;
-}
-
-void TavrixAPIImpl::setTracking(bool on) {
-    tracking = on;
-}
-
 // ---------------------------------------------------------------------------
 // Tracking calls
 
@@ -237,116 +216,12 @@ bool TavrixAPIImpl::end(float time) {
 }
 
 // ---------------------------------------------------------------------------
-// Shot interface: per-track values
-
-GenRect<double> TavrixAPIImpl::getPatternRect(int track, float time) {
-    return getTrack(track)->patternRect().getValue(intTime(time));
-}
-
-GenRect<double> TavrixAPIImpl::getSearchRect(int track, float time) {
-    return getTrack(track)->searchRect().getValue(intTime(time));
-}
-
-GenRect<double> TavrixAPIImpl::getSearchedRect(int track, float time) {
-    return getTrack(track)->searchedRect().getValue(intTime(time));
-}
-
-void TavrixAPIImpl::setPatternRect(int track, const GenRect<double>& rect) {
-    getTrack(track)->patternRect().setValue(rect);
-}
-
-void TavrixAPIImpl::setSearchRect(int track, const GenRect<double>& rect) {
-    getTrack(track)->searchRect().setValue(rect);
-}
-
-void TavrixAPIImpl::setSearchedRect(int track, float time, const GenRect<double>& rect) {
-    getTrack(track)->searchedRect().setValue(intTime(time), rect);
-}
-
-GenPoint<double> TavrixAPIImpl::getPosition(int track, float time) {
-    return getTrack(track)->position().getValue(intTime(time));
-}
-
-void TavrixAPIImpl::setPosition(int track, float time, const GenPoint<double>& p) {
-    getTrack(track)->position().setValue(intTime(time), p);
-}
-
-bool TavrixAPIImpl::isPositionKeyed(int track, float time) {
-    return getTrack(track)->position().isKeyed(intTime(time));
-}
-
-bool TavrixAPIImpl::isPositionKeyedByUser(int track, float time) {
-    return getTrack(track)->isPositionKeyedByUser(intTime(time));
-}
-
-void TavrixAPIImpl::setQuality(int track, float time, double quality) {
-    getTrack(track)->quality().setValue(intTime(time), quality);
-}
-
-double TavrixAPIImpl::getQuality(int track, float time) {
-    return getTrack(track)->quality().getValue(intTime(time));
-}
-
-bool TavrixAPIImpl::isQualityKeyed(int track, float time) {
-    return getTrack(track)->quality().isKeyed(intTime(time));
-}
-
-AffineTransform TavrixAPIImpl::getTransform(int track, float time) {
-    return getTrack(track)->transform().getValue(intTime(time));
-}
-
-void TavrixAPIImpl::setTransform(int track, float time, const AffineTransform& t) {
-    getTrack(track)->transform().setValue(intTime(time), t);
-}
+// Shot interface: per-track values the plug-in answers its own way
 
 dstring TavrixAPIImpl::getColorMode(int) {
     // The host has no way to choose a reduction, so its tracks always run on
     // luminance, whatever mode a track stores.
     return "luminance";
-}
-
-void TavrixAPIImpl::setColorMode(int track, const dstring& mode) {
-    getTrack(track)->setColorMode(mode);
-}
-
-double TavrixAPIImpl::getFailureTolerance(int track) {
-    return getTrack(track)->getFailureTolerance();
-}
-
-void TavrixAPIImpl::setFailureTolerance(int track, double tolerance) {
-    getTrack(track)->setFailureTolerance(tolerance);
-}
-
-dstring TavrixAPIImpl::getFailureBehavior(int track) {
-    return getTrack(track)->getFailureBehavior();
-}
-
-void TavrixAPIImpl::setFailureBehavior(int track, const dstring& behavior) {
-    getTrack(track)->setFailureBehavior(behavior);
-}
-
-bool TavrixAPIImpl::getUseScale(int) {
-    return useScale;
-}
-
-void TavrixAPIImpl::setUseScale(int, bool on) {
-    useScale = on;
-}
-
-bool TavrixAPIImpl::getUseRotate(int) {
-    return useRotate;
-}
-
-void TavrixAPIImpl::setUseRotate(int, bool on) {
-    useRotate = on;
-}
-
-bool TavrixAPIImpl::getUseStretch(int) {
-    return useStretch;
-}
-
-void TavrixAPIImpl::setUseStretch(int, bool on) {
-    useStretch = on;
 }
 
 // ---------------------------------------------------------------------------

@@ -1,15 +1,11 @@
 #pragma once
 
 #include "api/TavrixAPI.h"
-#include "base/Array.h"
-#include "base/SmartObject.h"
 #include "base/dstring.h"
 #include "image/GenRect.h"
 #include "image/Image.h"
-#include "krovel/AffineTransform.h"
-#include "track/TrNode.h"
-#include "track/TrShot.h"
 #include "track/TrTrack.h"
+#include "track/TrTrackListShot.h"
 
 #include <cstdint>
 #include <memory>
@@ -28,7 +24,7 @@ class TrFollow;
 /// The instance owns its driver, its copy of the frame in hand and one
 /// reference on each track. Not copyable: the driver and the tracks are bound
 /// to this object.
-class TavrixAPIImpl : public TavrixAPI, public TrShot, public TrNode {
+class TavrixAPIImpl : public TavrixAPI, public TrTrackListShot {
 public:
     TavrixAPIImpl();
     ~TavrixAPIImpl() override;
@@ -37,6 +33,8 @@ public:
     /// outside the 32-bit frame range throws IllegalArgumentException
     /// "time out of range".
     static int intTime(float time);
+    /// intTime(time).
+    int frameOf(float time) const override;
 
     /// The failure-behaviour name of `code` 0 to 5, or null outside.
     static const char* behaviorName(int code);
@@ -49,11 +47,6 @@ public:
     TrTrack* insertNewTrack(int index, double x, double y) override;
     void deleteTrack(int index) override;
     void deleteAllTracks() override;
-    /// The same as deleteAllTracks().
-    void clearTracks();
-    /// The track at `index`, bounds-checked; the list keeps it.
-    TrTrack* getTrack(int index);
-    int getTrackCount() override;
 
     // Frame input.
     void setTrackRange(float start, float length) override;
@@ -92,42 +85,32 @@ public:
     /// since setCurrentBuffer".
     Orvane::Image getImage(float time, const Orvane::GenRect<int>& rect,
                            bool allowPartial) override;
-    bool getTracking() override;
-    void setTracking(bool tracking) override;
 
-    // Shot interface: per-track values.
-    Orvane::GenRect<double> getPatternRect(int track, float time) override;
-    Orvane::GenRect<double> getSearchRect(int track, float time) override;
-    Orvane::GenRect<double> getSearchedRect(int track, float time) override;
-    void setPatternRect(int track, const Orvane::GenRect<double>& rect) override;
-    void setSearchRect(int track, const Orvane::GenRect<double>& rect) override;
-    void setSearchedRect(int track, float time, const Orvane::GenRect<double>& rect) override;
-    Orvane::GenPoint<double> getPosition(int track, float time) override;
-    void setPosition(int track, float time, const Orvane::GenPoint<double>& p) override;
-    bool isPositionKeyed(int track, float time) override;
-    bool isPositionKeyedByUser(int track, float time) override;
-    void setQuality(int track, float time, double quality) override;
-    double getQuality(int track, float time) override;
-    bool isQualityKeyed(int track, float time) override;
-    AffineTransform getTransform(int track, float time) override;
-    void setTransform(int track, float time, const AffineTransform& t) override;
+    // Shot interface: the list shot serves the per-track values but these.
     /// Always "luminance", whatever the track stores; the index is not
     /// checked.
     dstring getColorMode(int track) override;
-    void setColorMode(int track, const dstring& mode) override;
-    double getFailureTolerance(int track) override;
-    void setFailureTolerance(int track, double tolerance) override;
-    dstring getFailureBehavior(int track) override;
-    void setFailureBehavior(int track, const dstring& behavior) override;
-    /// The use-switches belong to the instance; the index is ignored.
-    bool getUseScale(int track) override;
-    void setUseScale(int track, bool on) override;
-    bool getUseRotate(int track) override;
-    void setUseRotate(int track, bool on) override;
-    bool getUseStretch(int track) override;
-    void setUseStretch(int track, bool on) override;
+    // TavrixAPI declares these too, so they need overriders here; the list
+    // shot's serve both bases. The use-switches take any index.
+    double getFailureTolerance(int i) override { return TrTrackListShot::getFailureTolerance(i); }
+    void setFailureTolerance(int i, double v) override {
+        TrTrackListShot::setFailureTolerance(i, v);
+    }
+    bool getUseScale(int i) override { return TrTrackListShot::getUseScale(i); }
+    void setUseScale(int i, bool on) override { TrTrackListShot::setUseScale(i, on); }
+    bool getUseRotate(int i) override { return TrTrackListShot::getUseRotate(i); }
+    void setUseRotate(int i, bool on) override { TrTrackListShot::setUseRotate(i, on); }
+    bool getUseStretch(int i) override { return TrTrackListShot::getUseStretch(i); }
+    void setUseStretch(int i, bool on) override { TrTrackListShot::setUseStretch(i, on); }
 
-    // Host forms of the per-track values.
+    // Host forms of the per-track values, beside the shot forms they call.
+    using TrTrackListShot::getPatternRect;
+    using TrTrackListShot::getPosition;
+    using TrTrackListShot::getSearchedRect;
+    using TrTrackListShot::getSearchRect;
+    using TrTrackListShot::setPatternRect;
+    using TrTrackListShot::setPosition;
+    using TrTrackListShot::setSearchRect;
     void setPatternRect(int track, float time, double top, double left, double width,
                         double height) override;
     void getPatternRect(int track, float time, double* top, double* left, double* width,
@@ -152,11 +135,6 @@ public:
 
 private:
     std::unique_ptr<TrFollow> follow;
-    Array<Orvane::SmartPtr<TrTrack>> tracks;
-    bool useScale = true;
-    bool useRotate = true;
-    bool useStretch = true;
-    bool tracking = false;
     int32_t frameWidth = 0;
     int32_t frameHeight = 0;
     float rangeStart = 0;

@@ -9,10 +9,26 @@
 /// The shot as the tracking driver sees it: frames, settings and the keyed
 /// results of every track, addressed by track index and time.
 ///
-/// Two shots implement it: the stand-alone shot, which reads frames from a
-/// frame sequence and rounds times to the nearest frame, and the host-facing
-/// plug-in instance, which reads the frame the host handed over and
-/// truncates times. Rects are relative to the track's position.
+/// Two shots implement it, both through TrTrackListShot, which holds the
+/// track list and serves every per-track value from the track's attributes.
+/// They differ on purpose, and only here:
+///
+/// | what                   | TrShotImpl (stand-alone)    | TavrixAPIImpl (plug-in)         |
+/// |------------------------|-----------------------------|---------------------------------|
+/// | frames                 | from a TrSequence           | the frame the host handed over  |
+/// | time to frame          | nearest, halves away from 0 | toward 0; NaN or beyond 32 bits |
+/// |                        |                             | throws "time out of range"      |
+/// | tolerance, behaviour   | one for the shot, 0.8 and   | the track's own                 |
+/// |                        | "stop"; index checked       |                                 |
+/// | use-switches           | one set, index checked      | one set, index ignored          |
+/// | switch defaults        | rotate on; scale, stretch   | scale, rotate, stretch on       |
+/// |                        | off                         |                                 |
+/// | getColorMode           | the track's mode            | "luminance"; index not checked  |
+/// | track list             | addTrack appends;           | insertNewTrack at an index;     |
+/// |                        | clearTracks                 | deleteTrack (Array::remove's    |
+/// |                        |                             | rule); deleteAllTracks          |
+///
+/// Rects are relative to the track's position.
 class TrShot {
 public:
     virtual ~TrShot() = default;

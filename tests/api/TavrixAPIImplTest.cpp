@@ -2,6 +2,7 @@
 
 #include "image/Format.h"
 #include "support/ExpectThrows.h"
+#include "track/TrShotImpl.h"
 
 #include <gtest/gtest.h>
 
@@ -137,4 +138,51 @@ TEST(TavrixAPIImpl, ScaleIsOneNumberWrittenTwice) {
     api.getStretch(0, 3, &a, &b);
     EXPECT_EQ(double(0.9f), a);
     EXPECT_EQ(double(1.1f), b);
+}
+
+// The rows of the table in TrShot.h where the two shots part, asked through
+// the same shot interface.
+TEST(TavrixAPIImpl, DiffersFromTheStandAloneShotOnlyWhereItMeansTo) {
+    TavrixAPIImpl plugin;
+    TrShotImpl alone;
+    for (int k = 0; k < 2; ++k) {
+        plugin.addNewTrack(k, 0);
+        alone.addTrack(k, 0);
+    }
+    TrShot* shots[] = {&plugin, &alone};
+    for (TrShot* shot : shots) {
+        for (int frame = -3; frame <= 3; ++frame)
+            shot->setPosition(0, float(frame), GenPoint<double>(frame, 0));
+        shot->setColorMode(0, "saturation");
+        shot->setFailureTolerance(1, 0.25);
+    }
+    // The plug-in truncates, the stand-alone shot rounds halves away from 0.
+    const struct {
+        TrShot* shot;
+        float time;
+        double frame;
+    } times[] = {{&plugin, 2.5f, 2}, {&alone, 2.5f, 3}, {&plugin, -2.5f, -2}, {&alone, -2.5f, -3}};
+    for (const auto& row : times)
+        EXPECT_EQ(row.frame, row.shot->getPosition(0, row.time).x) << row.time;
+    expectThrows<IllegalArgumentException>(
+        [&] { plugin.getPosition(0, std::numeric_limits<float>::quiet_NaN()); },
+        "time out of range");
+
+    EXPECT_EQ(dstring("luminance"), plugin.getColorMode(0));
+    EXPECT_EQ(dstring("luminance"), plugin.getColorMode(5));
+    EXPECT_EQ(dstring("saturation"), alone.getColorMode(0));
+
+    EXPECT_EQ(0.25, plugin.getFailureTolerance(1));
+    EXPECT_EQ(0.25, alone.getFailureTolerance(0)) << "one tolerance for the stand-alone shot";
+    EXPECT_EQ(TrTrack().getFailureTolerance(), plugin.getFailureTolerance(0))
+        << "track 0 keeps its own";
+    EXPECT_EQ(dstring("stop"), alone.getFailureBehavior(1));
+    EXPECT_TRUE(plugin.getFailureBehavior(1).empty());
+
+    for (int i : {5, -1, 9}) // any index reaches the plug-in's switches
+        EXPECT_TRUE(plugin.getUseScale(i) && plugin.getUseRotate(i) && plugin.getUseStretch(i));
+    EXPECT_TRUE(alone.getUseRotate(1));
+    EXPECT_FALSE(alone.getUseScale(1) || alone.getUseStretch(1));
+    expectThrows<BadIndexException>([&] { alone.setUseScale(2, true); }, "Array::operator[]");
+    EXPECT_FALSE(alone.getUseScale(0));
 }
