@@ -5,6 +5,7 @@
 #include "tools/track/TrDemo.h"
 #include "tools/track/TrErrorText.h"
 #include "tools/track/TrHomography.h"
+#include "tools/track/TrNumbers.h"
 #include "tools/track/TrOverlay.h"
 #include "tools/track/TrProgress.h"
 #include "tools/track/TrResultWriter.h"
@@ -93,7 +94,7 @@ void checkTracks(const Prepared& p) {
     for (const TrTrackSpec& s : p.specs)
         if (!(s.x >= b.x && s.x < b.x + b.w && s.y >= b.y && s.y < b.y + b.h))
             throw IllegalArgumentException(dstring(
-                "track \"" + s.name + "\" at " + std::to_string(s.x) + "," + std::to_string(s.y) +
+                "track \"" + s.name + "\" at " + TrNumbers::text(s.x) + "," + TrNumbers::text(s.y) +
                 " lies outside frame " + std::to_string(p.from) + " " + describe(b)));
     if (!p.o.homographyFile.empty() && p.specs.size() < 4)
         throw IllegalArgumentException(dstring("--homography needs at least four tracks, got " +
