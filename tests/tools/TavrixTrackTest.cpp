@@ -260,8 +260,9 @@ TEST(TavrixTrack, BadInputGetsOneLineAndStatusTwo) {
          "predictAndKey, dontPredict, useExistingCurve)"},
         {plate + " --tracks " + t, t + ": line 1, column 42: unknown key \"size\" (expected name, "
                                        "position, pattern, search, colorMode)"},
-        {plate + " --track 250,20",
-         "track \"1\" at 250.000000,20.000000 lies outside frame 1 (0, 0, 200, 150)"},
+        {plate + " --track 250,20", "track \"1\" at 250,20 lies outside frame 1 (0, 0, 200, 150)"},
+        {plate + " --track 10,10 --track 60.25,-0.125",
+         "track \"2\" at 60.25,-0.125 lies outside frame 1 (0, 0, 200, 150)"},
         {plate + " --track 10,10 --from 0", "frame 0 lies outside the sequence's frames 1 to 3"},
         {plate + " --track 10,10 --track 20,20 --track 30,30 --homography " + h,
          "--homography needs at least four tracks, got 3"},

@@ -4,6 +4,8 @@
 #include "tools/track/TrNumbers.h"
 #include "track/TrModes.h"
 
+#include <cstring>
+
 namespace {
 
 [[noreturn]] void fail(const std::string& message) {
@@ -14,28 +16,206 @@ bool endsWith(const std::string& s, const std::string& tail) {
     return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
 }
 
-} // namespace
-
-bool isFailureBehavior(const std::string& name) {
-    return TrModes::findBehavior(name.c_str()) != nullptr;
-}
-
-bool TrCommandOptions::jsonOut() const {
-    return endsWith(out, ".json");
-}
-
-TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
-    TrCommandOptions o;
+// What the options gather besides their settings: tracks are numbered once
+// every file is read, so they wait until the arguments are through.
+struct Parsing {
+    TrCommandOptions& o;
     std::vector<TrTrackSpec> lineTracks;
     std::vector<std::string> trackFiles;
-    bool onlyInputs = false;
+};
 
+// An option as given: the name as typed (messages repeat it) and its value.
+struct Given {
+    const std::string& name;
+    const std::string& value;
+};
+
+// A name of a mode table with its line of help.
+struct Choice {
+    const char* name;
+    const char* help;
+};
+
+template <class Mode, int N> std::vector<Choice> choicesOf(const TrModeName<Mode> (&table)[N]) {
+    std::vector<Choice> list;
+    for (const TrModeName<Mode>& row : table)
+        list.push_back({row.name, row.help});
+    return list;
+}
+
+std::vector<Choice> behaviors() {
+    return choicesOf(TrModes::behaviors);
+}
+
+std::vector<Choice> colorModes() {
+    return choicesOf(TrModes::colorModes);
+}
+
+std::string onOff(bool on) {
+    return on ? "on" : "off";
+}
+
+// One row of the command line: its names, the placeholder of its value (null
+// for a switch, which takes none), its help, what it does, and optionally
+// the default it shows (read from a default TrCommandOptions) and the names
+// it chooses from. A row without a name heads a group in the usage text.
+struct Option {
+    const char* name;
+    const char* shortName;
+    const char* value;
+    const char* help;
+    void (*apply)(Parsing& p, const Given& g);
+    std::string (*shown)(const TrCommandOptions& defaults);
+    std::vector<Choice> (*choices)();
+};
+
+const Option kOptions[] = {
+    {nullptr, nullptr, nullptr, "Tracks:", nullptr, nullptr, nullptr},
+    {"--track", nullptr, "X,Y", "place a track (repeatable)",
+     [](Parsing& p, const Given& g) {
+         const TrNumbers::Point at = TrNumbers::parsePoint(g.value, g.name);
+         TrTrackSpec spec;
+         spec.x = at.x;
+         spec.y = at.y;
+         p.lineTracks.push_back(spec);
+     },
+     nullptr, nullptr},
+    {"--tracks", nullptr, "FILE.json",
+     "tracks from a file: {\"tracks\": [{\"name\": \"a\", \"position\": [x,y], \"pattern\": "
+     "[w,h], \"search\": [w,h], \"colorMode\": \"red\"}]}",
+     [](Parsing& p, const Given& g) { p.trackFiles.push_back(g.value); }, nullptr, nullptr},
+    {"--pattern", nullptr, "WxH", "pattern size",
+     [](Parsing& p, const Given& g) {
+         const TrNumbers::Size s = TrNumbers::parseSize(g.value, g.name);
+         p.o.patternWidth = s.width;
+         p.o.patternHeight = s.height;
+         p.o.patternGiven = true;
+     },
+     [](const TrCommandOptions& d) {
+         return std::to_string(d.patternWidth) + "x" + std::to_string(d.patternHeight);
+     },
+     nullptr},
+    {"--search", nullptr, "WxH", "search area",
+     [](Parsing& p, const Given& g) {
+         const TrNumbers::Size s = TrNumbers::parseSize(g.value, g.name);
+         p.o.searchWidth = s.width;
+         p.o.searchHeight = s.height;
+         p.o.searchGiven = true;
+     },
+     [](const TrCommandOptions& d) {
+         return std::to_string(d.searchWidth) + "x" + std::to_string(d.searchHeight);
+     },
+     nullptr},
+    {"--color-mode", nullptr, "MODE", "what the tracks are matched on:",
+     [](Parsing& p, const Given& g) {
+         if (!isColorMode(g.value))
+             fail("unknown color mode \"" + g.value + "\" (expected one of " + colorModeList() +
+                  ")");
+         p.o.colorMode = g.value;
+     },
+     [](const TrCommandOptions& d) { return d.colorMode; }, colorModes},
+
+    {nullptr, nullptr, nullptr, "Tracking:", nullptr, nullptr, nullptr},
+    {"--from", nullptr, "N", "first frame of the pass (default: the sequence's first)",
+     [](Parsing& p, const Given& g) {
+         p.o.from = TrNumbers::parseInt(g.value, g.name);
+         p.o.hasFrom = true;
+     },
+     nullptr, nullptr},
+    {"--to", nullptr, "N",
+     "last frame of the pass (default: the sequence's last); backward when below --from",
+     [](Parsing& p, const Given& g) {
+         p.o.to = TrNumbers::parseInt(g.value, g.name);
+         p.o.hasTo = true;
+     },
+     nullptr, nullptr},
+    {"--tolerance", nullptr, "T", "score below which a match fails, -1 to 1",
+     [](Parsing& p, const Given& g) {
+         p.o.tolerance = TrNumbers::parseDouble(g.value, g.name);
+         if (p.o.tolerance < -1 || p.o.tolerance > 1)
+             fail(g.name + ": must lie between -1 and 1, got \"" + g.value + "\"");
+     },
+     [](const TrCommandOptions& d) { return TrNumbers::text(d.tolerance); }, nullptr},
+    {"--behavior", nullptr, "B", "what a track does when a match fails:",
+     [](Parsing& p, const Given& g) {
+         if (!isFailureBehavior(g.value))
+             fail("unknown failure behavior \"" + g.value + "\" (expected one of " +
+                  TrModes::behaviorList() + ")");
+         p.o.behavior = g.value;
+     },
+     [](const TrCommandOptions& d) { return d.behavior; }, behaviors},
+    {"--rotate", nullptr, nullptr, "fit rotation",
+     [](Parsing& p, const Given&) { p.o.rotate = true; },
+     [](const TrCommandOptions& d) { return onOff(d.rotate); }, nullptr},
+    {"--no-rotate", nullptr, nullptr, "fit no rotation",
+     [](Parsing& p, const Given&) { p.o.rotate = false; }, nullptr, nullptr},
+    {"--scale", nullptr, nullptr, "fit a uniform scale",
+     [](Parsing& p, const Given&) { p.o.scale = true; },
+     [](const TrCommandOptions& d) { return onOff(d.scale); }, nullptr},
+    {"--no-scale", nullptr, nullptr, "fit no scale",
+     [](Parsing& p, const Given&) { p.o.scale = false; }, nullptr, nullptr},
+    {"--stretch", nullptr, nullptr, "fit a stretch",
+     [](Parsing& p, const Given&) { p.o.stretch = true; },
+     [](const TrCommandOptions& d) { return onOff(d.stretch); }, nullptr},
+    {"--no-stretch", nullptr, nullptr, "fit no stretch",
+     [](Parsing& p, const Given&) { p.o.stretch = false; }, nullptr, nullptr},
+    {"--precise-sums", nullptr, nullptr,
+     "double-precision window sums (bright, low-contrast footage)",
+     [](Parsing& p, const Given&) { p.o.preciseSums = true; }, nullptr, nullptr},
+
+    {nullptr, nullptr, nullptr, "Output:", nullptr, nullptr, nullptr},
+    {"--out", "-o", "FILE.csv|.json", "results (default: CSV on standard output)",
+     [](Parsing& p, const Given& g) {
+         if (g.value.empty() || (!endsWith(g.value, ".csv") && !endsWith(g.value, ".json")))
+             fail(g.name + ": the file must end in .csv or .json, got \"" + g.value + "\"");
+         p.o.out = g.value;
+     },
+     nullptr, nullptr},
+    {"--overlay", nullptr, "DIR",
+     "each frame as DIR/overlay.NNNN.png with the tracks drawn, and DIR/path.png with every "
+     "path",
+     [](Parsing& p, const Given& g) {
+         if (g.value.empty())
+             fail(g.name + " needs a directory");
+         p.o.overlayDir = g.value;
+     },
+     nullptr, nullptr},
+    {"--homography", nullptr, "FILE.json",
+     "one 3x3 matrix per frame relative to the first frame of the range (needs four or more "
+     "tracks)",
+     [](Parsing& p, const Given& g) {
+         if (!endsWith(g.value, ".json"))
+             fail(g.name + ": the file must end in .json, got \"" + g.value + "\"");
+         p.o.homographyFile = g.value;
+     },
+     nullptr, nullptr},
+    {"--quiet", "-q", nullptr, "no progress line, notices or summary",
+     [](Parsing& p, const Given&) { p.o.quiet = true; }, nullptr, nullptr},
+    {"--demo", nullptr, nullptr,
+     "track a built-in synthetic clip with known motion (pattern 20x20 and search 40x40 unless "
+     "given)",
+     [](Parsing& p, const Given&) { p.o.demo = true; }, nullptr, nullptr},
+    {"--help", "-h", nullptr, "this text", [](Parsing& p, const Given&) { p.o.help = true; },
+     nullptr, nullptr},
+};
+
+const Option* findOption(const std::string& name) {
+    for (const Option& row : kOptions)
+        if (row.name && (name == row.name || (row.shortName && name == row.shortName)))
+            return &row;
+    return nullptr;
+}
+
+// Reads the arguments in order; an option's value is the next argument or,
+// for a long name, the text after "=".
+void readArguments(Parsing& p, const std::vector<std::string>& args) {
+    bool onlyInputs = false;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
         if (onlyInputs || arg.size() < 2 || arg[0] != '-' || arg == "-") {
-            if (!o.input.empty())
-                fail("more than one frame pattern: \"" + o.input + "\" and \"" + arg + "\"");
-            o.input = arg;
+            if (!p.o.input.empty())
+                fail("more than one frame pattern: \"" + p.o.input + "\" and \"" + arg + "\"");
+            p.o.input = arg;
             continue;
         }
         if (arg == "--") {
@@ -50,136 +230,58 @@ TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
             value = arg.substr(eq + 1);
             hasValue = true;
         }
-        auto flag = [&]() {
-            if (hasValue)
-                fail(name + " takes no value");
-        };
-        auto take = [&]() -> std::string {
-            if (hasValue)
-                return value;
+        const Option* option = findOption(name);
+        if (!option)
+            fail("unknown option \"" + name + "\" (see --help)");
+        if (!option->value && hasValue)
+            fail(name + " takes no value");
+        if (option->value && !hasValue) {
             if (i + 1 >= args.size())
                 fail(name + " needs a value");
-            return args[++i];
-        };
-
-        if (name == "--help" || name == "-h") {
-            flag();
-            o.help = true;
-        } else if (name == "--demo") {
-            flag();
-            o.demo = true;
-        } else if (name == "--track") {
-            const TrNumbers::Point p = TrNumbers::parsePoint(take(), name);
-            TrTrackSpec spec;
-            spec.x = p.x;
-            spec.y = p.y;
-            lineTracks.push_back(spec);
-        } else if (name == "--tracks") {
-            trackFiles.push_back(take());
-        } else if (name == "--pattern") {
-            const TrNumbers::Size s = TrNumbers::parseSize(take(), name);
-            o.patternWidth = s.width;
-            o.patternHeight = s.height;
-            o.patternGiven = true;
-        } else if (name == "--search") {
-            const TrNumbers::Size s = TrNumbers::parseSize(take(), name);
-            o.searchWidth = s.width;
-            o.searchHeight = s.height;
-            o.searchGiven = true;
-        } else if (name == "--from") {
-            o.from = TrNumbers::parseInt(take(), name);
-            o.hasFrom = true;
-        } else if (name == "--to") {
-            o.to = TrNumbers::parseInt(take(), name);
-            o.hasTo = true;
-        } else if (name == "--tolerance") {
-            const std::string text = take();
-            o.tolerance = TrNumbers::parseDouble(text, name);
-            if (o.tolerance < -1 || o.tolerance > 1)
-                fail(name + ": must lie between -1 and 1, got \"" + text + "\"");
-        } else if (name == "--behavior") {
-            o.behavior = take();
-            if (!isFailureBehavior(o.behavior))
-                fail("unknown failure behavior \"" + o.behavior + "\" (expected one of " +
-                     TrModes::behaviorList() + ")");
-        } else if (name == "--color-mode") {
-            o.colorMode = take();
-            if (!isColorMode(o.colorMode))
-                fail("unknown color mode \"" + o.colorMode + "\" (expected one of " +
-                     colorModeList() + ")");
-        } else if (name == "--rotate") {
-            flag();
-            o.rotate = true;
-        } else if (name == "--no-rotate") {
-            flag();
-            o.rotate = false;
-        } else if (name == "--scale") {
-            flag();
-            o.scale = true;
-        } else if (name == "--no-scale") {
-            flag();
-            o.scale = false;
-        } else if (name == "--stretch") {
-            flag();
-            o.stretch = true;
-        } else if (name == "--no-stretch") {
-            flag();
-            o.stretch = false;
-        } else if (name == "--precise-sums") {
-            flag();
-            o.preciseSums = true;
-        } else if (name == "--out" || name == "-o") {
-            o.out = take();
-            if (o.out.empty() || (!endsWith(o.out, ".csv") && !endsWith(o.out, ".json")))
-                fail(name + ": the file must end in .csv or .json, got \"" + o.out + "\"");
-        } else if (name == "--overlay") {
-            o.overlayDir = take();
-            if (o.overlayDir.empty())
-                fail(name + " needs a directory");
-        } else if (name == "--homography") {
-            o.homographyFile = take();
-            if (!endsWith(o.homographyFile, ".json"))
-                fail(name + ": the file must end in .json, got \"" + o.homographyFile + "\"");
-        } else if (name == "--quiet" || name == "-q") {
-            flag();
-            o.quiet = true;
-        } else {
-            fail("unknown option \"" + name + "\" (see --help)");
+            value = args[++i];
         }
+        option->apply(p, Given{name, value});
     }
-    if (o.help)
-        return o;
+}
 
+void checkInput(const Parsing& p) {
+    const TrCommandOptions& o = p.o;
     if (o.demo && !o.input.empty())
         fail("--demo tracks its own synthetic clip; drop the frame pattern \"" + o.input + "\"");
     if (!o.demo && o.input.empty())
         fail("no frame pattern given (e.g. shots/plate.####.png), nor --demo");
     if (!o.demo && o.input.find('#') == std::string::npos)
         fail("the frame pattern \"" + o.input + "\" has no '#' for the frame number");
-    if (o.demo && (!lineTracks.empty() || !trackFiles.empty()))
+    if (o.demo && (!p.lineTracks.empty() || !p.trackFiles.empty()))
         fail("--demo places its own tracks; --track and --tracks cannot be used with it");
+}
 
-    for (const std::string& file : trackFiles) {
-        const std::vector<TrTrackSpec> more =
-            readTrackFile(file, static_cast<int>(o.tracks.size()) + 1);
+// Tracks from files first, in argument order, then those of --track, each
+// numbered after the tracks before it.
+void gatherTracks(Parsing& p) {
+    std::vector<TrTrackSpec>& tracks = p.o.tracks;
+    for (const std::string& file : p.trackFiles) {
+        const std::vector<TrTrackSpec> more = readTrackFile(file, int(tracks.size()) + 1);
         for (const TrTrackSpec& s : more)
-            for (const TrTrackSpec& t : o.tracks)
+            for (const TrTrackSpec& t : tracks)
                 if (s.name == t.name)
                     fail(file + ": a second track named \"" + s.name + "\"");
-        o.tracks.insert(o.tracks.end(), more.begin(), more.end());
+        tracks.insert(tracks.end(), more.begin(), more.end());
     }
-    for (TrTrackSpec& spec : lineTracks) {
-        spec.name = std::to_string(o.tracks.size() + 1);
-        for (const TrTrackSpec& t : o.tracks)
+    for (TrTrackSpec& spec : p.lineTracks) {
+        spec.name = std::to_string(tracks.size() + 1);
+        for (const TrTrackSpec& t : tracks)
             if (t.name == spec.name)
                 fail("--track: the name \"" + spec.name + "\" is already taken by a track file");
-        o.tracks.push_back(spec);
+        tracks.push_back(spec);
     }
-    if (!o.demo && o.tracks.empty())
+    if (!p.o.demo && tracks.empty())
         fail("no tracks: give --track X,Y or --tracks FILE.json");
+}
 
-    // Per-track sizes fall back to the defaults; the search area must leave
-    // the pattern room to move.
+// Per-track sizes fall back to the defaults; the search area must leave the
+// pattern room to move.
+void completeTracks(TrCommandOptions& o) {
     for (TrTrackSpec& s : o.tracks) {
         if (s.patternWidth == 0) {
             s.patternWidth = o.patternWidth;
@@ -198,11 +300,65 @@ TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
     }
     if (o.demo && (o.searchWidth <= o.patternWidth || o.searchHeight <= o.patternHeight))
         fail("the search area must be larger than the pattern");
-    return o;
 }
 
-const char* TrCommandOptions::usage() {
-    return R"(usage: tavrix-track PATTERN --track X,Y [--track X,Y ...] [options]
+const size_t kHelpColumn = 25;
+const size_t kWidth = 79;
+
+// `text` broken at blanks into lines that fit kWidth when the first starts
+// at kHelpColumn; the others are indented to it.
+std::string wrap(const std::string& text) {
+    std::string out;
+    size_t used = kHelpColumn;
+    for (size_t start = 0; start < text.size();) {
+        size_t end = text.find(' ', start);
+        if (end == std::string::npos)
+            end = text.size();
+        const size_t length = end - start;
+        if (!out.empty() && used + 1 + length > kWidth) {
+            out += "\n" + std::string(kHelpColumn, ' ');
+            used = kHelpColumn;
+        } else if (!out.empty()) {
+            out += " ";
+            ++used;
+        }
+        out.append(text, start, length);
+        used += length;
+        start = end + 1;
+    }
+    return out;
+}
+
+// The names, then the help from kHelpColumn, on a line of its own when the
+// names reach that far.
+void entry(std::string& out, const std::string& names, const std::string& help) {
+    out += names;
+    const size_t at = names.size() < kHelpColumn ? names.size() : 0;
+    if (at == 0)
+        out += "\n";
+    out += std::string(kHelpColumn - at, ' ') + wrap(help) + "\n";
+}
+
+void describe(std::string& out, const Option& row, const TrCommandOptions& defaults) {
+    std::string names = std::string("  ") + row.name;
+    if (row.shortName)
+        names += std::string(", ") + row.shortName;
+    if (row.value)
+        names += std::string(" ") + row.value;
+    const std::string shown = row.shown ? row.shown(defaults) : "";
+    if (!row.choices) {
+        entry(out, names, shown.empty() ? row.help : row.help + (" (default " + shown + ")"));
+        return;
+    }
+    // The default of a choice is marked in the list rather than repeated.
+    entry(out, names, row.help);
+    for (const Choice& c : row.choices())
+        entry(out, std::string("    ") + c.name,
+              shown == c.name ? c.help + std::string(" (default)") : c.help);
+}
+
+std::string makeUsage() {
+    std::string out = R"(usage: tavrix-track PATTERN --track X,Y [--track X,Y ...] [options]
        tavrix-track PATTERN --tracks FILE.json [options]
        tavrix-track --demo [options]
 
@@ -210,38 +366,44 @@ Follows features through a numbered image sequence and writes their paths.
 PATTERN names the frame files with '#' for the digits: shots/plate.####.exr.
 Positions are pixels, origin at the top-left corner of the frame, pixel
 centres at +0.5 (the top-left pixel's centre is 0.5,0.5).
-
-Tracks:
-  --track X,Y            place a track (repeatable)
-  --tracks FILE.json     tracks from a file: {"tracks": [{"name": "a",
-                         "position": [x, y], "pattern": [w, h],
-                         "search": [w, h], "colorMode": "red"}]}
-  --pattern WxH          pattern size (default 21x21)
-  --search WxH           search area (default 61x61)
-  --color-mode MODE      red, green, blue, luminance (default), saturation, hue
-
-Tracking:
-  --from N, --to N       frame range (default: all); backward when --to < --from
-  --tolerance T          score below which a match fails (default 0.8)
-  --behavior B           on failure: default (retry larger, then predict),
-                         stop, predict, predictAndKey, dontPredict,
-                         useExistingCurve (default: default)
-  --rotate, --no-rotate  fit rotation (default on)
-  --scale, --stretch     fit scale, stretch (default off)
-  --precise-sums         double-precision window sums (bright, low-contrast
-                         footage)
-
-Output:
-  --out FILE.csv|.json   results (default: CSV on standard output)
-  --overlay DIR          each frame as DIR/overlay.NNNN.png with tracks drawn,
-                         and DIR/path.png with every path
-  --homography FILE.json one 3x3 matrix per frame relative to the first frame
-                         of the range (needs four or more tracks)
-  --quiet                no progress line, notices or summary
-  --demo                 track a built-in synthetic clip with known motion
-                         (pattern 20x20 and search 40x40 unless given)
-
+)";
+    const TrCommandOptions defaults;
+    for (const Option& row : kOptions) {
+        if (row.name)
+            describe(out, row, defaults);
+        else
+            out += std::string("\n") + row.help + "\n";
+    }
+    out += R"(
 Exit status: 0 done (lost tracks included), 1 a failure while tracking
 (results so far are kept), 2 bad arguments or input.
 )";
+    return out;
+}
+
+} // namespace
+
+bool isFailureBehavior(const std::string& name) {
+    return TrModes::findBehavior(name.c_str()) != nullptr;
+}
+
+bool TrCommandOptions::jsonOut() const {
+    return endsWith(out, ".json");
+}
+
+TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
+    TrCommandOptions o;
+    Parsing p{o, {}, {}};
+    readArguments(p, args);
+    if (o.help)
+        return o;
+    checkInput(p);
+    gatherTracks(p);
+    completeTracks(o);
+    return o;
+}
+
+const char* TrCommandOptions::usage() {
+    static const std::string text = makeUsage();
+    return text.c_str();
 }

@@ -6,6 +6,9 @@
 #include <vector>
 
 /// The settings of one run of tavrix-track, as read from its arguments.
+/// One table of options (TrCommandOptions.cpp) drives both the parser and
+/// the usage text: an option is a row with its names, value, help and what
+/// it sets here.
 struct TrCommandOptions {
     /// Frame-file pattern, "#" standing for the digits; empty with `demo`.
     std::string input;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 namespace TrNumbers {
@@ -72,6 +73,17 @@ Size parseSize(const std::string& text, const std::string& what) {
     if (s.width < 1 || s.height < 1)
         fail(what, "sizes must be positive, got", text);
     return s;
+}
+
+std::string text(double v) {
+    char buf[32];
+    // Fewer than %g's six digits would turn 250 into 2.5e+02.
+    for (int digits = 6; digits <= 17; ++digits) {
+        std::snprintf(buf, sizeof buf, "%.*g", digits, v);
+        if (std::strtod(buf, nullptr) == v)
+            break;
+    }
+    return buf;
 }
 
 } // namespace TrNumbers

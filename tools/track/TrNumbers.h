@@ -27,4 +27,9 @@ struct Size {
 };
 Size parseSize(const std::string& text, const std::string& what);
 
+/// `v` as %g writes it ("250", "60.5", "0.1"), with as many more digits as
+/// it takes to read back the same double, so that messages show a number as
+/// the user wrote it.
+std::string text(double v);
+
 } // namespace TrNumbers

@@ -44,6 +44,60 @@ struct Canvas {
     }
 };
 
+// The track's path so far.
+void drawPath(Canvas& canvas, const TrTrackResult& r) {
+    const std::vector<TrSample>& s = r.samples;
+    for (size_t k = 1; k < s.size(); ++k)
+        canvas.line(s[k - 1].x, s[k - 1].y, s[k].x, s[k].y, r.lost ? kLost : kKeyed);
+}
+
+// The search area and the pattern as the tracker sees it at the track's last
+// frame: turned, scaled and stretched by the frame's transform. Returns the
+// colour of the pattern.
+const float* drawPattern(Canvas& canvas, const TrTrackResult& r) {
+    const TrSample& last = r.samples.back();
+    const float* colour = last.keyed ? kKeyed : kPredicted;
+    const double sw = r.spec.searchWidth, sh = r.spec.searchHeight;
+    canvas.box(last.x - sw / 2, last.y - sh / 2, last.x + sw / 2, last.y + sh / 2, kSearch);
+    KrGenMatrix<float> m;
+    last.transform.getMatrix(m);
+    const double w = r.spec.patternWidth / 2.0, h = r.spec.patternHeight / 2.0;
+    const double cx[4] = {-w, w, w, -w}, cy[4] = {-h, -h, h, h};
+    double qx[4], qy[4];
+    for (int c = 0; c < 4; ++c) {
+        qx[c] = last.x + m(0, 0) * cx[c] + m(0, 1) * cy[c];
+        qy[c] = last.y + m(1, 0) * cx[c] + m(1, 1) * cy[c];
+    }
+    for (int c = 0; c < 4; ++c)
+        canvas.line(qx[c], qy[c], qx[(c + 1) % 4], qy[(c + 1) % 4], colour);
+    return colour;
+}
+
+// A small square where a track ended or, in the summary, where it is last.
+const float* drawMarker(Canvas& canvas, const TrTrackResult& r) {
+    const TrSample& last = r.samples.back();
+    const float* colour = r.lost ? kLost : kKeyed;
+    canvas.box(last.x - 2, last.y - 2, last.x + 2, last.y + 2, colour);
+    return colour;
+}
+
+// The track's name above its pattern; false, with the reason in `why`, when
+// the font cannot render it.
+bool drawLabel(Canvas& canvas, const TrTrackResult& r, const std::string& text, const float* colour,
+               const std::string& font, std::string& why) {
+    const TrSample& last = r.samples.back();
+    const double above = r.spec.patternHeight / 2.0 + 4;
+    const bool drawn = OIIO::ImageBufAlgo::render_text(
+        canvas.buf, px(last.x - r.spec.patternWidth / 2.0, canvas.bounds.x),
+        px(last.y - above, canvas.bounds.y), text, kFontSize, font, OIIO::cspan<float>(colour, 3),
+        OIIO::ImageBufAlgo::TextAlignX::Left, OIIO::ImageBufAlgo::TextAlignY::Baseline, 0, {}, 1);
+    // Retrieving the error clears it, so the buffer does not report it again
+    // when it is destroyed.
+    if (!drawn)
+        why = canvas.buf.geterror();
+    return drawn;
+}
+
 } // namespace
 
 TrOverlay::TrOverlay(TrSequence* sequence, const std::string& dir) : sequence(sequence), dir(dir) {
@@ -87,6 +141,25 @@ void TrOverlay::begin(const std::vector<TrTrackResult>&, int, int) {
     anyFrame = false;
 }
 
+void TrOverlay::chooseFont() {
+    if (fontChosen)
+        return;
+    fontChosen = true;
+    fontOk = false;
+    for (const char* name : kFonts) {
+        if (OIIO::ImageBufAlgo::text_size("0", kFontSize, name).defined()) {
+            font = name;
+            fontOk = true;
+            return;
+        }
+        // A failed probe leaves a message in the global error; it is
+        // expected, so it is dropped.
+        OIIO::geterror();
+    }
+    if (notices)
+        std::fprintf(notices, "tavrix-track: no font found; overlays are drawn without labels\n");
+}
+
 void TrOverlay::render(int frame, const std::vector<TrTrackResult>& tracks, bool summary,
                        const std::string& path) {
     const Orvane::Image img = sequence->getFrame(float(frame));
@@ -96,74 +169,22 @@ void TrOverlay::render(int frame, const std::vector<TrTrackResult>& tracks, bool
     Canvas canvas{buf, bounds};
 
     for (const TrTrackResult& r : tracks) {
-        const std::vector<TrSample>& s = r.samples;
-        if (s.empty())
+        if (r.samples.empty())
             continue;
-        const bool here = s.back().frame == frame;
-        const float* colour = r.lost ? kLost : kKeyed;
-        for (size_t k = 1; k < s.size(); ++k)
-            canvas.line(s[k - 1].x, s[k - 1].y, s[k].x, s[k].y, colour);
-
-        const TrSample& last = s.back();
-        std::string text = r.spec.name;
-        if (here && !summary) {
-            colour = last.keyed ? kKeyed : kPredicted;
-            const double sw = r.spec.searchWidth, sh = r.spec.searchHeight;
-            canvas.box(last.x - sw / 2, last.y - sh / 2, last.x + sw / 2, last.y + sh / 2, kSearch);
-            // The pattern as the tracker sees it: turned, scaled and
-            // stretched by the frame's transform.
-            KrGenMatrix<float> m;
-            last.transform.getMatrix(m);
-            const double w = r.spec.patternWidth / 2.0, h = r.spec.patternHeight / 2.0;
-            const double cx[4] = {-w, w, w, -w}, cy[4] = {-h, -h, h, h};
-            double qx[4], qy[4];
-            for (int c = 0; c < 4; ++c) {
-                qx[c] = last.x + m(0, 0) * cx[c] + m(0, 1) * cy[c];
-                qy[c] = last.y + m(1, 0) * cx[c] + m(1, 1) * cy[c];
-            }
-            for (int c = 0; c < 4; ++c)
-                canvas.line(qx[c], qy[c], qx[(c + 1) % 4], qy[(c + 1) % 4], colour);
-        } else {
-            if (r.lost) {
-                colour = kLost;
-                text += " lost";
-            }
-            canvas.box(last.x - 2, last.y - 2, last.x + 2, last.y + 2, colour);
-        }
-        if (!fontChosen) {
-            fontChosen = true;
+        drawPath(canvas, r);
+        const bool here = !summary && r.samples.back().frame == frame;
+        const float* colour = here ? drawPattern(canvas, r) : drawMarker(canvas, r);
+        chooseFont();
+        if (!fontOk)
+            continue;
+        std::string why;
+        const std::string text = !here && r.lost ? r.spec.name + " lost" : r.spec.name;
+        if (!drawLabel(canvas, r, text, colour, font, why)) {
             fontOk = false;
-            for (const char* name : kFonts) {
-                if (OIIO::ImageBufAlgo::text_size("0", kFontSize, name).defined()) {
-                    font = name;
-                    fontOk = true;
-                    break;
-                }
-                // A failed probe leaves a message in the global error; it is
-                // expected, so it is dropped.
-                OIIO::geterror();
-            }
-            if (!fontOk && notices)
-                std::fprintf(notices, "tavrix-track: no font found; overlays are drawn without "
-                                      "labels\n");
-        }
-        if (fontOk) {
-            const double above = r.spec.patternHeight / 2.0 + 4;
-            const bool drawn = OIIO::ImageBufAlgo::render_text(
-                buf, px(last.x - r.spec.patternWidth / 2.0, bounds.x), px(last.y - above, bounds.y),
-                text, kFontSize, font, OIIO::cspan<float>(colour, 3),
-                OIIO::ImageBufAlgo::TextAlignX::Left, OIIO::ImageBufAlgo::TextAlignY::Baseline, 0,
-                {}, 1);
-            if (!drawn) {
-                // Retrieving the error clears it, so the buffer does not
-                // report it again when it is destroyed.
-                const std::string why = buf.geterror();
-                fontOk = false;
-                if (notices)
-                    std::fprintf(notices,
-                                 "tavrix-track: overlay labels left out, no font for them (%s)\n",
-                                 why.c_str());
-            }
+            if (notices)
+                std::fprintf(notices,
+                             "tavrix-track: overlay labels left out, no font for them (%s)\n",
+                             why.c_str());
         }
     }
     // The fastest deflate level: overlays are for looking at, and at the

@@ -43,6 +43,8 @@ public:
     static void toRgb8(const Orvane::Image& img, unsigned char* out);
 
 private:
+    /// Picks the first font that renders, once; says so when none does.
+    void chooseFont();
     void render(int frame, const std::vector<TrTrackResult>& tracks, bool summary,
                 const std::string& path);
 

@@ -3,7 +3,9 @@
 #include "base/Exception.h"
 #include "tools/track/TrCommandOptions.h"
 #include "tools/track/TrDemo.h"
+#include "tools/track/TrErrorText.h"
 #include "tools/track/TrHomography.h"
+#include "tools/track/TrNumbers.h"
 #include "tools/track/TrOverlay.h"
 #include "tools/track/TrProgress.h"
 #include "tools/track/TrResultWriter.h"
@@ -11,13 +13,12 @@
 #include "track/Sequence/TrDiskSequence.h"
 #include "track/Sequence/TrImageCache.h"
 #include "track/Sequence/TrTestSequence.h"
-#include "track/TrFollow.h"
-#include "track/TrShotImpl.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -36,6 +37,27 @@ int error(const std::string& what, int code) {
 // (two behind for its refinement, one for the overlay) and some slack: the
 // cache must hold them all, or every track would read its frame again.
 const int kCachedFrames = 8;
+
+// What a pass needs, all of it checked before the first step, so that bad
+// input costs no tracking time and leaves no partial output.
+struct Prepared {
+    TrCommandOptions o;
+    Orvane::SmartPtr<TrSequence> sequence;
+    int from = 0;
+    int to = 0;
+    Orvane::GenRect<int> bounds;
+    std::vector<TrTrackSpec> specs;
+
+    TrTestSequence& demo() { return static_cast<TrTestSequence&>(*sequence.get()); }
+};
+
+// Where the results go; the run borrows them.
+struct Outputs {
+    std::ofstream file;
+    std::unique_ptr<TrRunSink> writer;
+    std::unique_ptr<TrOverlay> overlay;
+    std::unique_ptr<TrProgress> progress;
+};
 
 Orvane::SmartPtr<TrSequence> openSequence(const TrCommandOptions& o) {
     if (o.demo)
@@ -56,157 +78,155 @@ std::string describe(const Orvane::GenRect<int>& r) {
            ", " + std::to_string(r.h) + ")";
 }
 
-} // namespace
+void checkRange(Prepared& p) {
+    const int first = p.sequence->getFirstFrame(), last = p.sequence->getLastFrame();
+    p.from = p.o.hasFrom ? p.o.from : first;
+    p.to = p.o.hasTo ? p.o.to : last;
+    for (int f : {p.from, p.to})
+        if (f < first || f > last)
+            throw IllegalArgumentException(
+                dstring("frame " + std::to_string(f) + " lies outside the sequence's frames " +
+                        std::to_string(first) + " to " + std::to_string(last)));
+}
 
-int runTrackCommand(const std::vector<std::string>& args) {
-    TrCommandOptions o;
-    Orvane::SmartPtr<TrSequence> sequence;
-    TrShotImpl shot;
-    TrFollow follow;
-    int from = 0, to = 0;
-    Orvane::GenRect<int> bounds;
-    std::vector<TrTrackSpec> specs;
-    std::ofstream file;
-    std::unique_ptr<TrRunSink> writer;
-    std::unique_ptr<TrOverlay> overlay;
+void checkTracks(const Prepared& p) {
+    const Orvane::GenRect<int>& b = p.bounds;
+    for (const TrTrackSpec& s : p.specs)
+        if (!(s.x >= b.x && s.x < b.x + b.w && s.y >= b.y && s.y < b.y + b.h))
+            throw IllegalArgumentException(dstring(
+                "track \"" + s.name + "\" at " + TrNumbers::text(s.x) + "," + TrNumbers::text(s.y) +
+                " lies outside frame " + std::to_string(p.from) + " " + describe(b)));
+    if (!p.o.homographyFile.empty() && p.specs.size() < 4)
+        throw IllegalArgumentException(dstring("--homography needs at least four tracks, got " +
+                                               std::to_string(p.specs.size())));
+}
 
-    // Everything that can be checked is checked before the first step, so
-    // that bad input costs no tracking time and leaves no partial output.
-    try {
-        o = TrCommandOptions::parse(args);
-        if (o.help) {
-            std::fputs(TrCommandOptions::usage(), stdout);
-            return 0;
-        }
-        sequence = openSequence(o);
-        const int first = sequence->getFirstFrame(), last = sequence->getLastFrame();
-        from = o.hasFrom ? o.from : first;
-        to = o.hasTo ? o.to : last;
-        for (int f : {from, to})
-            if (f < first || f > last)
-                throw IllegalArgumentException(
-                    dstring("frame " + std::to_string(f) + " lies outside the sequence's frames " +
-                            std::to_string(first) + " to " + std::to_string(last)));
+// Opens the sequence, reads the first frame of the pass and checks the range
+// and the tracks against it.
+void prepare(Prepared& p) {
+    p.sequence = openSequence(p.o);
+    checkRange(p);
+    const Orvane::Image frame = p.sequence->getFrame(float(p.from));
+    p.bounds = frame.getBounds();
+    const long bytes = long(p.bounds.w) * p.bounds.h * long(frame.getFormat().getBytesPerPixel());
+    TrImageCache& cache = TrImageCache::getInstance();
+    cache.setMaxSize(std::max(cache.getMaxSize(), kCachedFrames * bytes));
+    p.specs = p.o.demo ? TrDemo::tracks(p.demo(), p.o) : p.o.tracks;
+    checkTracks(p);
+}
 
-        const Orvane::Image frame = sequence->getFrame(float(from));
-        bounds = frame.getBounds();
-        const long bytes = long(bounds.w) * bounds.h * long(frame.getFormat().getBytesPerPixel());
-        TrImageCache& cache = TrImageCache::getInstance();
-        cache.setMaxSize(std::max(cache.getMaxSize(), kCachedFrames * bytes));
+TrRunSettings settingsOf(const TrCommandOptions& o) {
+    TrRunSettings s;
+    s.tolerance = o.tolerance;
+    s.behavior = o.behavior;
+    s.rotate = o.rotate;
+    s.scale = o.scale;
+    s.stretch = o.stretch;
+    s.preciseSums = o.preciseSums;
+    return s;
+}
 
-        specs =
-            o.demo ? TrDemo::tracks(static_cast<TrTestSequence&>(*sequence.get()), o) : o.tracks;
-        for (const TrTrackSpec& s : specs)
-            if (!(s.x >= bounds.x && s.x < bounds.x + bounds.w && s.y >= bounds.y &&
-                  s.y < bounds.y + bounds.h))
-                throw IllegalArgumentException(
-                    dstring("track \"" + s.name + "\" at " + std::to_string(s.x) + "," +
-                            std::to_string(s.y) + " lies outside frame " + std::to_string(from) +
-                            " " + describe(bounds)));
-        if (!o.homographyFile.empty() && specs.size() < 4)
-            throw IllegalArgumentException(dstring("--homography needs at least four tracks, got " +
-                                                   std::to_string(specs.size())));
-
-        shot.setSequence(sequence.get());
-        for (size_t i = 0; i < specs.size(); ++i) {
-            const TrTrackSpec& s = specs[i];
-            const int k = int(i);
-            shot.addTrack(s.x, s.y);
-            shot.setPatternRect(k, Orvane::GenRect<double>(-s.patternWidth / 2.0,
-                                                           -s.patternHeight / 2.0, s.patternWidth,
-                                                           s.patternHeight));
-            shot.setSearchRect(k,
-                               Orvane::GenRect<double>(-s.searchWidth / 2.0, -s.searchHeight / 2.0,
-                                                       s.searchWidth, s.searchHeight));
-            shot.setColorMode(k, dstring(s.colorMode));
-        }
-        // Tolerance, behaviour and the switches are the shot's, whatever the
-        // track index.
-        shot.setFailureTolerance(0, o.tolerance);
-        shot.setFailureBehavior(0, dstring(o.behavior));
-        shot.setUseRotate(0, o.rotate);
-        shot.setUseScale(0, o.scale);
-        shot.setUseStretch(0, o.stretch);
-        follow.setShot(&shot);
-        follow.setPreciseSums(o.preciseSums);
-
-        if (!o.out.empty()) {
-            file.open(o.out, std::ios::out | std::ios::trunc);
-            if (!file)
-                throw IllegalArgumentException(dstring("cannot write \"" + o.out + "\""));
-        }
-        std::ostream& stream = o.out.empty() ? std::cout : file;
-        if (o.jsonOut())
-            writer.reset(new TrJsonWriter(stream));
-        else if (!o.out.empty() || !o.demo)
-            writer.reset(new TrCsvWriter(stream));
-        if (!o.overlayDir.empty()) {
-            overlay.reset(new TrOverlay(sequence.get(), o.overlayDir));
-            overlay->setNotices(o.quiet ? nullptr : stderr);
-        }
-    } catch (const Exception& e) {
-        return error(e.getMessage().str(), kBadInput);
-    } catch (const std::exception& e) {
-        return error(e.what(), kBadInput);
+// The results file or standard output, the overlay and the progress line.
+void configure(Outputs& out, Prepared& p, TrTrackRun& run) {
+    const TrCommandOptions& o = p.o;
+    if (!o.out.empty()) {
+        out.file.open(o.out, std::ios::out | std::ios::trunc);
+        if (!out.file)
+            throw IllegalArgumentException(dstring("cannot write \"" + o.out + "\""));
     }
-
-    TrTrackRun run(shot, follow, specs);
-    if (writer)
-        run.addSink(writer.get());
-    if (overlay)
-        run.addSink(overlay.get());
-    std::unique_ptr<TrProgress> progress;
+    std::ostream& stream = o.out.empty() ? std::cout : out.file;
+    if (o.jsonOut())
+        out.writer.reset(new TrJsonWriter(stream));
+    else if (!o.out.empty() || !o.demo)
+        out.writer.reset(new TrCsvWriter(stream));
+    if (!o.overlayDir.empty()) {
+        out.overlay.reset(new TrOverlay(p.sequence.get(), o.overlayDir));
+        out.overlay->setNotices(o.quiet ? nullptr : stderr);
+    }
+    if (out.writer)
+        run.addSink(out.writer.get());
+    if (out.overlay)
+        run.addSink(out.overlay.get());
     if (!o.quiet && isatty(STDERR_FILENO)) {
-        progress.reset(new TrProgress(stderr));
-        run.setProgress(progress.get());
+        out.progress.reset(new TrProgress(stderr));
+        run.setProgress(out.progress.get());
     }
     run.setNotices(o.quiet ? nullptr : stderr);
+}
 
+// The pass; a failure part way says how far the written results go.
+int track(TrTrackRun& run, const Prepared& p) {
     try {
-        run.run(from, to);
-    } catch (const std::exception& e) {
-        error("frame " + std::to_string(run.getFailedFrame()) + ": " + e.what(), kFailed);
-        int last = 0;
-        bool any = false;
-        for (const TrTrackResult& r : run.getResults())
-            if (!r.samples.empty()) {
-                last = any ? (to >= from ? std::max(last, r.samples.back().frame)
-                                         : std::min(last, r.samples.back().frame))
-                           : r.samples.back().frame;
-                any = true;
-            }
-        if (any)
-            error("results up to frame " + std::to_string(last) + " were written", kFailed);
-        else
-            error("no frame was tracked", kFailed);
-        return kFailed;
+        run.run(p.from, p.to);
+        return 0;
+    } catch (...) {
+        error("frame " + std::to_string(run.getFailedFrame()) + ": " +
+                  errorText(std::current_exception()),
+              kFailed);
     }
+    const int direction = p.to >= p.from ? 1 : -1;
+    int last = 0;
+    bool any = false;
+    for (const TrTrackResult& r : run.getResults())
+        if (!r.samples.empty()) {
+            const int f = r.samples.back().frame;
+            last = !any || (f - last) * direction > 0 ? f : last;
+            any = true;
+        }
+    if (any)
+        return error("results up to frame " + std::to_string(last) + " were written", kFailed);
+    return error("no frame was tracked", kFailed);
+}
 
-    try {
-        if (!o.homographyFile.empty())
-            writeHomographies(o.homographyFile, from,
-                              solveHomographies(run.getResults(), from, to, bounds));
-    } catch (const std::exception& e) {
-        return error(e.what(), kFailed);
-    }
-
+int report(Prepared& p, const TrTrackRun& run) {
+    if (!p.o.homographyFile.empty())
+        writeHomographies(p.o.homographyFile, p.from,
+                          solveHomographies(run.getResults(), p.from, p.to, p.bounds));
     int status = 0;
-    if (o.demo) {
-        const double worst =
-            TrDemo::report(stdout, static_cast<TrTestSequence&>(*sequence.get()), run.getResults());
+    if (p.o.demo) {
+        const double worst = TrDemo::report(stdout, p.demo(), run.getResults());
         // The demo doubles as a smoke test: the centre must be followed to
         // within half a pixel.
         if (worst < 0 || worst > 0.5)
             status = error("the centre track strayed from the known path", kFailed);
     }
-    if (!o.quiet) {
+    if (!p.o.quiet) {
         const TrRunTimes& t = run.getTimes();
         const double total = t.decode + t.track + t.output;
         std::fprintf(stderr,
                      "tavrix-track: %d frames, %zu tracks (%d lost) in %.2f s, %.1f frames/s; "
                      "reading %.2f s, tracking %.2f s, writing %.2f s\n",
-                     t.frames, specs.size(), run.getLostCount(), total,
+                     t.frames, p.specs.size(), run.getLostCount(), total,
                      total > 0 ? t.frames / total : 0.0, t.decode, t.track, t.output);
     }
     return status;
+}
+
+} // namespace
+
+// Every stage catches whatever its steps throw, bare strings of the image
+// library included, and turns it into one line and the stage's status.
+int runTrackCommand(const std::vector<std::string>& args) {
+    Prepared p;
+    Outputs out;
+    std::unique_ptr<TrTrackRun> run;
+    try {
+        p.o = TrCommandOptions::parse(args);
+        if (p.o.help) {
+            std::fputs(TrCommandOptions::usage(), stdout);
+            return 0;
+        }
+        prepare(p);
+        run.reset(new TrTrackRun(p.sequence.get(), p.specs, settingsOf(p.o)));
+        configure(out, p, *run);
+    } catch (...) {
+        return error(errorText(std::current_exception()), kBadInput);
+    }
+    if (const int status = track(*run, p))
+        return status;
+    try {
+        return report(p, *run);
+    } catch (...) {
+        return error(errorText(std::current_exception()), kFailed);
+    }
 }

@@ -1,32 +1,82 @@
 #include "tools/track/TrTrackRun.h"
 
 #include "base/Exception.h"
-#include "image/GenRect.h"
 #include "image/Image.h"
+#include "tools/track/TrErrorText.h"
 #include "tools/track/TrProgress.h"
 #include "track/Sequence/TrSequence.h"
 #include "track/TrFollow.h"
 #include "track/TrShotImpl.h"
 
-#include <chrono>
+#include <algorithm>
 #include <exception>
 
 namespace {
 
-double secondsSince(std::chrono::steady_clock::time_point t) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point t) {
+    return std::chrono::duration<double>(Clock::now() - t).count();
+}
+
+bool contains(const Orvane::GenRect<int>& r, const Orvane::GenPoint<float>& p) {
+    return p.x >= r.x && p.x < r.x + r.w && p.y >= r.y && p.y < r.y + r.h;
 }
 
 } // namespace
 
-TrTrackRun::TrTrackRun(TrShotImpl& shot, TrFollow& follow, const std::vector<TrTrackSpec>& specs)
-    : shot(shot), follow(follow) {
+/// One shot and its driver, following the run's tracks first … first + count
+/// - 1 as the shot's tracks 0 … count - 1.
+struct TrTrackRun::Group {
+    TrShotImpl shot;
+    TrFollow follow;
+    int first = 0;
+    int count = 0;
+
+    Group(TrSequence* sequence, const TrTrackSpec* specs, int first, int count,
+          const TrRunSettings& settings);
+};
+
+TrTrackRun::Group::Group(TrSequence* sequence, const TrTrackSpec* specs, int first, int count,
+                         const TrRunSettings& settings)
+    : first(first), count(count) {
+    shot.setSequence(sequence);
+    for (int k = 0; k < count; ++k) {
+        const TrTrackSpec& s = specs[first + k];
+        shot.addTrack(s.x, s.y);
+        shot.setPatternRect(k,
+                            Orvane::GenRect<double>(-s.patternWidth / 2.0, -s.patternHeight / 2.0,
+                                                    s.patternWidth, s.patternHeight));
+        shot.setSearchRect(k, Orvane::GenRect<double>(-s.searchWidth / 2.0, -s.searchHeight / 2.0,
+                                                      s.searchWidth, s.searchHeight));
+        shot.setColorMode(k, dstring(s.colorMode));
+    }
+    // Tolerance, behaviour and the switches are the shot's, whatever the
+    // track index.
+    shot.setFailureTolerance(0, settings.tolerance);
+    shot.setFailureBehavior(0, dstring(settings.behavior));
+    shot.setUseRotate(0, settings.rotate);
+    shot.setUseScale(0, settings.scale);
+    shot.setUseStretch(0, settings.stretch);
+    follow.setShot(&shot);
+    follow.setPreciseSums(settings.preciseSums);
+}
+
+TrTrackRun::TrTrackRun(TrSequence* sequence, const std::vector<TrTrackSpec>& specs,
+                       const TrRunSettings& settings)
+    : sequence(sequence) {
     for (const TrTrackSpec& s : specs) {
         TrTrackResult r;
         r.spec = s;
         results.push_back(r);
     }
+    const int count = int(specs.size());
+    for (int first = 0; first < count; first += groupSize)
+        groups.emplace_back(
+            new Group(sequence, specs.data(), first, std::min(groupSize, count - first), settings));
 }
+
+TrTrackRun::~TrTrackRun() = default;
 
 int TrTrackRun::getLostCount() const {
     int n = 0;
@@ -35,26 +85,108 @@ int TrTrackRun::getLostCount() const {
     return n;
 }
 
-void TrTrackRun::loseTrack(int i, int frame, const std::string& reason) {
-    alive[size_t(i)] = false;
-    TrTrackResult& r = results[size_t(i)];
-    r.lost = true;
-    r.lostAt = frame;
-    r.reason = reason;
-    if (notices) {
+void TrTrackRun::start(int from, int to) {
+    direction = to >= from ? 1 : -1;
+    lanes.assign(results.size(), Lane());
+    nextFrame = from;
+    anyDone = false;
+    times = TrRunTimes();
+    for (TrTrackResult& r : results) {
+        r.samples.clear();
+        r.lost = false;
+        r.lostAt = 0;
+        r.reason.clear();
+    }
+    for (TrRunSink* sink : sinks)
+        sink->begin(results, from, to);
+}
+
+// One frame of one group. It writes only its own tracks' lanes, so groups
+// could step side by side.
+void TrTrackRun::step(Group& g, int frame, const Orvane::GenRect<int>& bounds) {
+    for (int k = 0; k < g.count; ++k) {
+        Lane& lane = lanes[size_t(g.first + k)];
+        if (!lane.alive)
+            continue;
+        bool ok = false;
+        std::string reason;
+        try {
+            ok = g.follow.track(k, frame, direction);
+        } catch (const Exception& e) {
+            reason = e.getMessage().str();
+        }
+        const TrTrackInfo& info = g.follow.getInfo(k);
+        // The driver follows a pattern that is partly outside the frame as
+        // long as some of its search area is inside; a point outside the
+        // frame is no longer a result.
+        if (ok && !contains(bounds, info.position)) {
+            ok = false;
+            reason = "left the frame";
+        }
+        if (!ok) {
+            lane.alive = false;
+            lane.justLost = true;
+            lane.lostAt = frame;
+            lane.reason = reason;
+            continue;
+        }
+        TrSample s;
+        s.frame = frame;
+        s.x = info.position.x;
+        s.y = info.position.y;
+        s.score = info.score;
+        s.transform = info.transform;
+        lane.pending.push_back(s);
+    }
+}
+
+// The tracks lost in the last frame, in track order, after all groups have
+// stepped.
+void TrTrackRun::reportLosses() {
+    for (size_t i = 0; i < lanes.size(); ++i) {
+        Lane& lane = lanes[i];
+        if (!lane.justLost)
+            continue;
+        lane.justLost = false;
+        TrTrackResult& r = results[i];
+        r.lost = true;
+        r.lostAt = lane.lostAt;
+        r.reason = lane.reason;
+        if (!notices)
+            continue;
         if (progress)
             progress->clear();
         std::fprintf(notices, "tavrix-track: track \"%s\" lost at frame %d%s%s\n",
-                     r.spec.name.c_str(), frame, reason.empty() ? "" : ": ", reason.c_str());
+                     r.spec.name.c_str(), r.lostAt, r.reason.empty() ? "" : ": ", r.reason.c_str());
     }
 }
 
 bool TrTrackRun::isFinal(int i, int frame, bool passOver) const {
-    if (passOver || !alive[size_t(i)])
+    if (passOver || !lanes[size_t(i)].alive)
         return true;
     // The driver's lagged refinement re-solves its pattern frame and the
     // frames after it; everything before is settled.
-    return (follow.getInfo(i).patternFrame - frame) * direction > 0;
+    const Group& g = *groups[size_t(i / groupSize)];
+    return (g.follow.getInfo(i - g.first).patternFrame - frame) * direction > 0;
+}
+
+// Keyed frames are read back from the curve, which holds the refined values;
+// the rest keep the estimate taken at the step.
+TrSample TrTrackRun::finalSample(int i, const TrSample& estimate) {
+    Group& g = *groups[size_t(i / groupSize)];
+    const int k = i - g.first;
+    const float t = float(estimate.frame);
+    TrSample s = estimate;
+    s.keyed = g.shot.isPositionKeyed(k, t);
+    if (s.keyed) {
+        const Orvane::GenPoint<double> p = g.shot.getPosition(k, t);
+        s.x = p.x;
+        s.y = p.y;
+        if (g.shot.isQualityKeyed(k, t))
+            s.score = g.shot.getQuality(k, t);
+        s.transform = g.shot.getTransform(k, t);
+    }
+    return s;
 }
 
 void TrTrackRun::emit(int upTo, bool passOver) {
@@ -63,29 +195,19 @@ void TrTrackRun::emit(int upTo, bool passOver) {
         for (int i = 0; i < count; ++i)
             if (!isFinal(i, nextFrame, passOver))
                 return;
-        const float t = float(nextFrame);
         for (int i = 0; i < count; ++i) {
-            std::deque<Capture>& queue = pending[size_t(i)];
+            std::deque<TrSample>& queue = lanes[size_t(i)].pending;
             if (queue.empty() || queue.front().frame != nextFrame)
                 continue;
-            TrSample s = queue.front().sample;
+            results[size_t(i)].samples.push_back(finalSample(i, queue.front()));
             queue.pop_front();
-            // Keyed frames are read back from the curve, which holds the
-            // refined values; the rest keep the estimate taken at the step.
-            s.keyed = shot.isPositionKeyed(i, t);
-            if (s.keyed) {
-                const Orvane::GenPoint<double> p = shot.getPosition(i, t);
-                s.x = p.x;
-                s.y = p.y;
-                if (shot.isQualityKeyed(i, t))
-                    s.score = shot.getQuality(i, t);
-                s.transform = shot.getTransform(i, t);
-            }
-            results[size_t(i)].samples.push_back(s);
         }
-        for (TrRunSink* sink : sinks)
-            sink->frame(nextFrame, results);
+        // The frame counts as delivered before the sinks see it: one that
+        // fails must not make the others see the frame twice.
+        const int frame = nextFrame;
         nextFrame += direction;
+        for (TrRunSink* sink : sinks)
+            sink->frame(frame, results);
     }
 }
 
@@ -94,104 +216,71 @@ void TrTrackRun::finishSinks(bool complete, const std::string& error) {
         sink->finish(results, complete, error);
 }
 
-void TrTrackRun::run(int from, int to) {
-    direction = to >= from ? 1 : -1;
-    const int count = int(results.size());
-    const int total = (to - from) * direction + 1;
-    pending.assign(size_t(count), {});
-    alive.assign(size_t(count), true);
-    nextFrame = from;
-    anyDone = false;
-    times = TrRunTimes();
-    for (TrTrackResult& r : results) {
-        r.samples.clear();
-        r.lost = false;
-    }
-    for (TrRunSink* sink : sinks)
-        sink->begin(results, from, to);
+void TrTrackRun::stepFrame(int frame, Clock::time_point begun, int total) {
+    // Reading the frame up front keeps decoding apart from tracking: the
+    // tracker then finds it in the image cache.
+    auto t0 = Clock::now();
+    const Orvane::GenRect<int> bounds = sequence->getFrame(float(frame)).getBounds();
+    times.decode += secondsSince(t0);
 
-    const auto start = std::chrono::steady_clock::now();
+    t0 = Clock::now();
+    for (std::unique_ptr<Group>& g : groups)
+        step(*g, frame, bounds);
+    times.track += secondsSince(t0);
+    reportLosses();
+    lastDone = frame;
+    anyDone = true;
+    ++times.frames;
+
+    t0 = Clock::now();
+    emit(lastDone, false);
+    times.output += secondsSince(t0);
+
+    if (progress) {
+        int living = 0;
+        for (const Lane& lane : lanes)
+            living += lane.alive ? 1 : 0;
+        progress->update(frame, times.frames, total, living, int(lanes.size()),
+                         secondsSince(begun));
+    }
+}
+
+void TrTrackRun::run(int from, int to) {
+    start(from, to);
+    const Clock::time_point begun = Clock::now();
+    const int total = (to - from) * direction + 1;
     int f = from;
     try {
-        follow.begin(from, 1);
-        for (; f != to + direction; f += direction) {
-            // Reading the frame up front keeps decoding apart from tracking:
-            // the tracker then finds it in the image cache.
-            auto t0 = std::chrono::steady_clock::now();
-            const Orvane::GenRect<int> bounds = shot.getSequence()->getFrame(float(f)).getBounds();
-            times.decode += secondsSince(t0);
-
-            t0 = std::chrono::steady_clock::now();
-            for (int i = 0; i < count; ++i) {
-                if (!alive[size_t(i)])
-                    continue;
-                bool ok = false;
-                try {
-                    ok = follow.track(i, f, direction);
-                } catch (const Exception& e) {
-                    loseTrack(i, f, e.getMessage().str());
-                    continue;
-                }
-                if (!ok) {
-                    loseTrack(i, f, "");
-                    continue;
-                }
-                const TrTrackInfo& info = follow.getInfo(i);
-                // The driver follows a pattern that is partly outside the
-                // frame as long as some of its search area is inside; a point
-                // outside the frame is no longer a result.
-                if (!(info.position.x >= bounds.x && info.position.x < bounds.x + bounds.w &&
-                      info.position.y >= bounds.y && info.position.y < bounds.y + bounds.h)) {
-                    loseTrack(i, f, "left the frame");
-                    continue;
-                }
-                TrSample s;
-                s.frame = f;
-                s.x = info.position.x;
-                s.y = info.position.y;
-                s.score = info.score;
-                s.transform = info.transform;
-                pending[size_t(i)].push_back({f, s});
-            }
-            times.track += secondsSince(t0);
-            lastDone = f;
-            anyDone = true;
-            ++times.frames;
-
-            t0 = std::chrono::steady_clock::now();
-            emit(lastDone, false);
-            times.output += secondsSince(t0);
-
-            if (progress) {
-                int living = 0;
-                for (bool a : alive)
-                    living += a ? 1 : 0;
-                progress->update(f, times.frames, total, living, count, secondsSince(start));
-            }
-        }
-        follow.end(to);
-        const auto t0 = std::chrono::steady_clock::now();
+        for (std::unique_ptr<Group>& g : groups)
+            g->follow.begin(from, 1);
+        for (; f != to + direction; f += direction)
+            stepFrame(f, begun, total);
+        for (std::unique_ptr<Group>& g : groups)
+            g->follow.end(to);
+        const auto t0 = Clock::now();
         emit(lastDone, true);
         times.output += secondsSince(t0);
-    } catch (const std::exception& e) {
+    } catch (...) {
         failedFrame = f;
+        const std::string what =
+            "frame " + std::to_string(f) + ": " + errorText(std::current_exception());
         if (progress)
             progress->finish();
         // Whatever was tracked before the failure is still delivered.
         try {
+            reportLosses();
             emit(lastDone, true);
-        } catch (const std::exception&) {
+        } catch (...) {
         }
-        const std::string what = "frame " + std::to_string(f) + ": " + e.what();
         try {
             finishSinks(false, what);
-        } catch (const std::exception&) {
+        } catch (...) {
         }
         throw;
     }
     if (progress)
         progress->finish();
-    const auto t0 = std::chrono::steady_clock::now();
+    const auto t0 = Clock::now();
     finishSinks(true, "");
     times.output += secondsSince(t0);
 }

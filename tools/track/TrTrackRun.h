@@ -3,14 +3,17 @@
 #include "krovel/AffineTransform.h"
 #include "tools/track/TrTrackFile.h"
 
+#include "image/GenRect.h"
+
+#include <chrono>
 #include <cstdio>
 #include <deque>
+#include <memory>
 #include <string>
 #include <vector>
 
-class TrFollow;
 class TrProgress;
-class TrShotImpl;
+class TrSequence;
 
 /// One track's result at one frame. `keyed` tells whether the tracker wrote
 /// the position into the track's curve; when it did not (the match scored
@@ -60,8 +63,28 @@ struct TrRunTimes {
     int frames = 0;
 };
 
-/// Runs one tracking pass over a stand-alone shot whose sequence and tracks
-/// are set up, and hands the results to its sinks as they become final.
+/// How the driver follows every track of a pass.
+struct TrRunSettings {
+    /// Score below which a match fails, -1 to 1.
+    double tolerance = 0.8;
+    /// A failure behaviour's name (track/TrModes.h).
+    std::string behavior = "default";
+    bool rotate = true;
+    bool scale = false;
+    bool stretch = false;
+    /// Double-precision window sums.
+    bool preciseSums = false;
+};
+
+/// Runs one tracking pass over a sequence: places the tracks on shots of
+/// its own, follows them, and hands the results to its sinks as they become
+/// final.
+///
+/// The driver keys the search images it keeps for its lagged refinement by
+/// frame × 256 + track, so one driver follows at most 256 tracks: the run
+/// splits the tracks into groups of at most `groupSize`, each with its own
+/// shot and driver, and merges their results in the original track order.
+/// A group touches only its own tracks' state while it steps.
 ///
 /// A track is lost when the driver stops it, when a step throws one of the
 /// library's exceptions (the message becomes the reason), or when its point
@@ -74,8 +97,15 @@ struct TrRunTimes {
 /// and the sinks are finished before the error is passed on.
 class TrTrackRun {
 public:
-    /// Borrows the shot and the driver; the driver must watch the shot.
-    TrTrackRun(TrShotImpl& shot, TrFollow& follow, const std::vector<TrTrackSpec>& specs);
+    static constexpr int groupSize = 256;
+
+    /// Places `specs` (sizes and colour modes filled in) on shots over
+    /// `sequence`, which is borrowed and must outlive the run.
+    TrTrackRun(TrSequence* sequence, const std::vector<TrTrackSpec>& specs,
+               const TrRunSettings& settings);
+    ~TrTrackRun();
+    TrTrackRun(const TrTrackRun&) = delete;
+    TrTrackRun& operator=(const TrTrackRun&) = delete;
 
     /// Not owned; called in the order added.
     void addSink(TrRunSink* sink) { sinks.push_back(sink); }
@@ -85,6 +115,8 @@ public:
     void setNotices(std::FILE* f) { notices = f; }
 
     /// Tracks every track from `from` to `to` (backward when `to` < `from`).
+    /// Whatever a step throws, other than a track's own library error, ends
+    /// the pass and is passed on once the sinks are finished.
     void run(int from, int to);
 
     const std::vector<TrTrackResult>& getResults() const { return results; }
@@ -94,25 +126,35 @@ public:
     int getFailedFrame() const { return failedFrame; }
 
 private:
-    struct Capture {
-        int frame;
-        TrSample sample;
+    struct Group;
+    /// The run's state of one track, apart so that groups never share one.
+    struct Lane {
+        /// Samples taken at the step, not yet final.
+        std::deque<TrSample> pending;
+        bool alive = true;
+        /// Set by the step that lost the track; reported after the frame.
+        bool justLost = false;
+        int lostAt = 0;
+        std::string reason;
     };
 
-    void loseTrack(int i, int frame, const std::string& reason);
+    void start(int from, int to);
+    void step(Group& g, int frame, const Orvane::GenRect<int>& bounds);
+    void stepFrame(int frame, std::chrono::steady_clock::time_point start, int total);
+    void reportLosses();
     bool isFinal(int i, int frame, bool passOver) const;
+    TrSample finalSample(int i, const TrSample& estimate);
     void emit(int upTo, bool passOver);
     void finishSinks(bool complete, const std::string& error);
 
-    TrShotImpl& shot;
-    TrFollow& follow;
+    TrSequence* sequence;
+    std::vector<std::unique_ptr<Group>> groups;
     std::vector<TrRunSink*> sinks;
     TrProgress* progress = nullptr;
     std::FILE* notices = nullptr;
 
     std::vector<TrTrackResult> results;
-    std::vector<std::deque<Capture>> pending;
-    std::vector<bool> alive;
+    std::vector<Lane> lanes;
     int direction = 1;
     int nextFrame = 0;
     int lastDone = 0;

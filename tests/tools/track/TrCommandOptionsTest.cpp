@@ -1,6 +1,7 @@
 #include "tools/track/TrCommandOptions.h"
 
 #include "support/ExpectThrows.h"
+#include "track/TrModes.h"
 
 #include <gtest/gtest.h>
 
@@ -118,4 +119,99 @@ TEST(TrCommandOptions, BadArgumentsSayWhatWasWrong) {
                 TrCommandOptions::parse({"a#.png", "--track", "1,1", "--tolerance", text});
             },
             "--tolerance: malformed number \"" + text + "\"");
+}
+
+namespace {
+
+// The usage text with each line break and the indent after it read as one
+// blank, so that wrapped help reads as one line.
+std::string unwrapped(const std::string& text) {
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\n') {
+            out += text[i];
+            continue;
+        }
+        while (i + 1 < text.size() && text[i + 1] == ' ')
+            ++i;
+        out += ' ';
+    }
+    std::string single;
+    for (char c : out)
+        if (!(c == ' ' && !single.empty() && single.back() == ' '))
+            single += c;
+    return single;
+}
+
+} // namespace
+
+TEST(TrCommandOptions, UsageListsEveryOptionModeAndDefault) {
+    const std::string usage = TrCommandOptions::usage();
+    std::istringstream lines(usage);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 79u) << line;
+    const std::string text = unwrapped(usage);
+    for (const char* name : {"--track X,Y",
+                             "--tracks FILE.json",
+                             "--pattern WxH",
+                             "--search WxH",
+                             "--color-mode MODE",
+                             "--from N",
+                             "--to N",
+                             "--tolerance T",
+                             "--behavior B",
+                             "--rotate",
+                             "--no-rotate",
+                             "--scale",
+                             "--no-scale",
+                             "--stretch",
+                             "--no-stretch",
+                             "--precise-sums",
+                             "--out, -o FILE.csv|.json",
+                             "--overlay DIR",
+                             "--homography FILE.json",
+                             "--quiet, -q",
+                             "--demo",
+                             "--help, -h"})
+        EXPECT_NE(std::string::npos, text.find(std::string(" ") + name + " ")) << name;
+    // The modes with their help come from the tables the driver reads; the
+    // default is marked where it is listed.
+    for (const auto& row : TrModes::behaviors)
+        EXPECT_NE(std::string::npos, text.find(std::string(" ") + row.name + " " + row.help))
+            << row.name;
+    for (const auto& row : TrModes::colorModes)
+        EXPECT_NE(std::string::npos, text.find(std::string(" ") + row.name + " " + row.help))
+            << row.name;
+    const TrCommandOptions defaults;
+    EXPECT_NE(std::string::npos,
+              text.find(defaults.behavior + " " +
+                        TrModes::findBehavior(defaults.behavior.c_str())->help + " (default)"));
+    EXPECT_NE(std::string::npos,
+              text.find(defaults.colorMode + " " +
+                        TrModes::findColorMode(defaults.colorMode.c_str())->help + " (default)"));
+    EXPECT_NE(std::string::npos, text.find("(default 21x21)"));
+    EXPECT_NE(std::string::npos, text.find("(default 0.8)"));
+}
+
+TEST(TrCommandOptions, ShortFormsSwitchesAndTheEndOfOptions) {
+    const TrCommandOptions o = parse("-q -o r.csv a#.png --track 1,1 --scale --no-scale -h");
+    EXPECT_EQ(std::make_tuple(true, std::string("r.csv"), false, true),
+              std::make_tuple(o.quiet, o.out, o.scale, o.help));
+    // After "--" every argument is the frame pattern, whatever it looks like.
+    EXPECT_EQ("-odd#.png", parse("--track 1,1 -- -odd#.png").input);
+    // "=" belongs to long names only; a switch takes no value, an empty one
+    // included.
+    const struct {
+        const char* line;
+        const char* message;
+    } cases[] = {
+        {"a#.png --track 1,1 -o=r.csv", "unknown option \"-o=r.csv\" (see --help)"},
+        {"a#.png --track 1,1 --demo=", "--demo takes no value"},
+        {"a#.png --track 1,1 --out=", "--out: the file must end in .csv or .json, got \"\""},
+        {"a#.png --track 1,1 --overlay=", "--overlay needs a directory"},
+        {"a#.png --track 1,1 -o", "-o needs a value"},
+        {"a#.png --track 1,1 --trac 1,1", "unknown option \"--trac\" (see --help)"},
+    };
+    for (const auto& c : cases)
+        expectThrows<IllegalArgumentException>([&] { parse(c.line); }, c.message);
 }
