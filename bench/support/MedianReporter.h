@@ -3,20 +3,26 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 /// Shows the runs as the console reporter does and keeps each benchmark's
 /// median time per iteration (the Time column: real time, or the manual time
 /// the benchmark sets), so that a benchmark program can print a summary from
-/// the times of the same run. With repetitions the median is
-/// the library's "median" aggregate; without, the median of the runs seen.
+/// the times of the same run. With repetitions the median is the library's
+/// "median" aggregate; without, the median of the runs seen.
 /// Benchmarks are named by function and arguments ("BM_Frame/100"), without
 /// the suffixes the library adds for manual time or aggregates.
 class MedianReporter : public benchmark::ConsoleReporter {
 public:
+    /// Colours only on a terminal, so that output sent to a file stays text.
+    MedianReporter() : ConsoleReporter(isatty(fileno(stdout)) ? OO_ColorTabular : OO_Tabular) {}
+
     void ReportRuns(const std::vector<Run>& runs) override {
         benchmark::ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
