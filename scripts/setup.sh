@@ -8,6 +8,7 @@ packages=(
     liblapack-dev
     libopenimageio-dev openimageio-tools
     libgl-dev
+    libopencv-dev # the comparison benchmark only
     libegl-dev libgl1-mesa-dri
     clang-format
 )
