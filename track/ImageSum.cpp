@@ -95,12 +95,13 @@ template <class T> void _buildTables(const Image& src, const Image& sums, const 
     const ImageRows<float> sumRows(sums);
     const ImageRows<float> sqRows(squares);
 
+    // The rows above, null at the top edge.
+    const float* sa = nullptr;
+    const float* qa = nullptr;
     for (int y = 0; y < b.h; ++y) {
         const T* v = in.row(y);
         float* s = sumRows.row(y);
         float* q = sqRows.row(y);
-        const float* sa = y > 0 ? sumRows.row(y - 1) : nullptr;
-        const float* qa = y > 0 ? sqRows.row(y - 1) : nullptr;
         // One channel at a time, its running entry kept in a register.
         for (int c = 0; c < nc; ++c) {
             float f = static_cast<float>(v[c]);
@@ -126,6 +127,8 @@ template <class T> void _buildTables(const Image& src, const Image& sums, const 
                 q[i] = leftSq = leftSq + (qa[i] - qa[i - nc] + f * f);
             }
         }
+        sa = s;
+        qa = q;
     }
 }
 
