@@ -30,14 +30,11 @@ template <class T> Image _display_numeric(const Image& img, int c, double scale)
     Image out(bounds, Format::getRGB());
     if (bounds.w < 1 || bounds.h < 1)
         return out;
-    T* src;
-    img.getBuffer(src);
-    const unsigned char* srow = reinterpret_cast<const unsigned char*>(src);
-    unsigned char* orow = static_cast<unsigned char*>(out.getBuffer());
-    const intptr_t sstride = img.getStride(), ostride = out.getStride();
-    for (int y = 0; y < bounds.h; ++y, srow += sstride, orow += ostride) {
-        const T* s = reinterpret_cast<const T*>(srow) + c;
-        unsigned char* o = orow;
+    const ImageRows<const T> in(img);
+    const ImageRows<unsigned char> rgb(out);
+    for (int y = 0; y < bounds.h; ++y) {
+        const T* s = in.row(y) + c;
+        unsigned char* o = rgb.row(y);
         for (int x = 0; x < bounds.w; ++x, s += snc, o += 3) {
             const float v = static_cast<float>(*s / scale);
             o[0] = clampByte(-255.0f * v);

@@ -2,8 +2,7 @@
 
 #include "base/Exception.h"
 #include "image/Image.h"
-
-#include <cstdint>
+#include "image/ImageRows.h"
 
 namespace Orvane {
 
@@ -25,21 +24,14 @@ template <class T> void _subtract(const Image& a, const Image& b, Image& out) {
     if (bounds.w < 1 || bounds.h < 1)
         return;
 
-    T* pa;
-    T* pb;
-    T* po;
-    a.getBuffer(pa);
-    b.getBuffer(pb);
-    out.getBuffer(po);
-    const unsigned char* arow = reinterpret_cast<const unsigned char*>(pa);
-    const unsigned char* brow = reinterpret_cast<const unsigned char*>(pb);
-    unsigned char* orow = reinterpret_cast<unsigned char*>(po);
-    const intptr_t astride = a.getStride(), bstride = b.getStride(), ostride = out.getStride();
+    const ImageRows<const T> ra(a);
+    const ImageRows<const T> rb(b);
+    const ImageRows<T> ro(out);
     const int count = bounds.w * a.getFormat().getNumChannels();
-    for (int y = 0; y < bounds.h; ++y, arow += astride, brow += bstride, orow += ostride) {
-        const T* sa = reinterpret_cast<const T*>(arow);
-        const T* sb = reinterpret_cast<const T*>(brow);
-        T* so = reinterpret_cast<T*>(orow);
+    for (int y = 0; y < bounds.h; ++y) {
+        const T* sa = ra.row(y);
+        const T* sb = rb.row(y);
+        T* so = ro.row(y);
         // The cast back to T makes narrow unsigned differences wrap.
         for (int i = 0; i < count; ++i)
             so[i] = static_cast<T>(sa[i] - sb[i]);

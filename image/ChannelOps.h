@@ -3,8 +3,7 @@
 #include "base/Exception.h"
 #include "image/Convert.h"
 #include "image/Image.h"
-
-#include <cstdint>
+#include "image/ImageRows.h"
 
 namespace Orvane {
 
@@ -32,17 +31,11 @@ void _copyChannelSrcDst(const Image& src, const Image& dst, int srcPos, int dstP
     if (sb.w < 1 || sb.h < 1)
         return;
 
-    S* s;
-    D* d;
-    src.getBuffer(s);
-    dst.getBuffer(d);
-    const unsigned char* srow = reinterpret_cast<const unsigned char*>(s);
-    unsigned char* drow = reinterpret_cast<unsigned char*>(d);
-    const intptr_t sstride = src.getStride();
-    const intptr_t dstride = dst.getStride();
-    for (int y = 0; y < sb.h; ++y, srow += sstride, drow += dstride) {
-        const S* sp = reinterpret_cast<const S*>(srow) + srcPos;
-        D* dp = reinterpret_cast<D*>(drow) + dstPos;
+    const ImageRows<const S> in(src);
+    const ImageRows<D> out(dst);
+    for (int y = 0; y < sb.h; ++y) {
+        const S* sp = in.row(y) + srcPos;
+        D* dp = out.row(y) + dstPos;
         for (int x = 0; x < sb.w; ++x, sp += snc, dp += dnc)
             *dp = _convertSample<S, D>(*sp);
     }

@@ -4,6 +4,7 @@
 #include "image/Format.h"
 #include "image/GenRect.h"
 #include "image/Image.h"
+#include "image/ImageRows.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -154,26 +155,17 @@ template <class S, class D> void _copyImageData(const Image& src, const Image& d
     if (sb.w < 1 || sb.h < 1)
         return;
 
-    S* s;
-    D* d;
-    src.getBuffer(s);
-    dst.getBuffer(d);
-    const unsigned char* srow = reinterpret_cast<const unsigned char*>(s);
-    unsigned char* drow = reinterpret_cast<unsigned char*>(d);
-    intptr_t sstride = src.getStride();
-    intptr_t dstride = dst.getStride();
+    const ImageRows<const S> in(src);
+    const ImageRows<D> out(dst);
     // Two views of one store may overlap; walking upwards when the target
     // lies further on keeps each source row intact until it has been read.
-    if (std::is_same<S, D>::value &&
-        reinterpret_cast<uintptr_t>(drow) > reinterpret_cast<uintptr_t>(srow)) {
-        srow += sstride * (sb.h - 1);
-        drow += dstride * (sb.h - 1);
-        sstride = -sstride;
-        dstride = -dstride;
-    }
+    const bool upwards = std::is_same<S, D>::value && reinterpret_cast<uintptr_t>(out.row(0)) >
+                                                          reinterpret_cast<uintptr_t>(in.row(0));
     const int count = sb.w * nc;
-    for (int y = 0; y < sb.h; ++y, srow += sstride, drow += dstride)
-        _convertSamples(reinterpret_cast<const S*>(srow), reinterpret_cast<D*>(drow), count);
+    for (int i = 0; i < sb.h; ++i) {
+        const int y = upwards ? sb.h - 1 - i : i;
+        _convertSamples(in.row(y), out.row(y), count);
+    }
 }
 
 /// `src` in format `f`: the same store when the format already equals `f`

@@ -3,8 +3,8 @@
 #include "base/Exception.h"
 #include "image/Convert.h"
 #include "image/Format.h"
+#include "image/ImageRows.h"
 
-#include <cstdint>
 #include <cstring>
 
 namespace Orvane {
@@ -69,27 +69,21 @@ ChannelMap mapChannels(const Format& fs, const Format& fd) {
 
 /// Rows of two UB1 views of equal size, walked together.
 struct RowWalk {
-    const unsigned char* src;
-    unsigned char* dst;
-    intptr_t srcStride;
-    intptr_t dstStride;
+    ImageRows<const unsigned char> src;
+    ImageRows<unsigned char> dst;
     int width;
     int height;
     int srcBytes; // bytes per source pixel
     int dstBytes;
 
     RowWalk(const Image& s, const Image& d)
-        : src(static_cast<const unsigned char*>(s.getBuffer())),
-          dst(static_cast<unsigned char*>(d.getBuffer())), srcStride(s.getStride()),
-          dstStride(d.getStride()), width(s.getBounds().w), height(s.getBounds().h),
+        : src(s), dst(d), width(s.getBounds().w), height(s.getBounds().h),
           srcBytes(s.getFormat().getNumChannels()), dstBytes(d.getFormat().getNumChannels()) {}
 
     template <class PixelOp> void eachPixel(PixelOp op) const {
-        const unsigned char* srow = src;
-        unsigned char* drow = dst;
-        for (int y = 0; y < height; ++y, srow += srcStride, drow += dstStride) {
-            const unsigned char* sp = srow;
-            unsigned char* dp = drow;
+        for (int y = 0; y < height; ++y) {
+            const unsigned char* sp = src.row(y);
+            unsigned char* dp = dst.row(y);
             for (int x = 0; x < width; ++x, sp += srcBytes, dp += dstBytes)
                 op(sp, dp);
         }
@@ -149,11 +143,9 @@ void remapStraight(const RowWalk& walk, const ChannelMap& map, const Format& fs)
     }
 
     if (identity) {
-        const unsigned char* srow = walk.src;
-        unsigned char* drow = walk.dst;
         const size_t rowBytes = static_cast<size_t>(walk.width) * walk.dstBytes;
-        for (int y = 0; y < walk.height; ++y, srow += walk.srcStride, drow += walk.dstStride)
-            std::memcpy(drow, srow, rowBytes);
+        for (int y = 0; y < walk.height; ++y)
+            std::memcpy(walk.dst.row(y), walk.src.row(y), rowBytes);
         return;
     }
 
@@ -162,9 +154,8 @@ void remapStraight(const RowWalk& walk, const ChannelMap& map, const Format& fs)
         if (m == kLuminance)
             throw UnsupportedOperationException("not implemented");
         if (m == kOpaque) {
-            unsigned char* drow = walk.dst;
-            for (int y = 0; y < walk.height; ++y, drow += walk.dstStride)
-                std::memset(drow, 255, static_cast<size_t>(walk.width));
+            for (int y = 0; y < walk.height; ++y)
+                std::memset(walk.dst.row(y), 255, static_cast<size_t>(walk.width));
             return;
         }
         walk.eachPixel([m](const unsigned char* sp, unsigned char* dp) { dp[0] = sp[m]; });

@@ -1,6 +1,7 @@
 #include "image/Fill.h"
 
 #include "image/Format.h"
+#include "image/ImageRows.h"
 
 #include <cstdint>
 #include <cstring>
@@ -34,14 +35,15 @@ void _fill(const Image& img, const GenRect<int>& rect, const Color& c, bool repl
     if (!region.isEmpty()) {
         const int bytes = f.getNumChannels();
         const size_t rowBytes = static_cast<size_t>(region.w) * bytes;
-        const intptr_t stride = img.getStride();
-        unsigned char* row =
-            static_cast<unsigned char*>(img.getBuffer(GenPoint<int>(region.x, region.y)));
+        // Fills write bytes whatever the datatype; the view's rows are the
+        // region's rows of the image.
+        const Image area = img.clip(region);
+        const auto rows = ImageRows<unsigned char>::bytes(area);
 
         if (!replace && c.alpha < 255) {
             const unsigned int keep = 255u - c.alpha;
-            for (int y = 0; y < region.h; ++y, row += stride) {
-                unsigned char* p = row;
+            for (int y = 0; y < region.h; ++y) {
+                unsigned char* p = rows.row(y);
                 for (int x = 0; x < region.w; ++x, p += bytes) {
                     for (int k = 0; k < bytes; ++k) {
                         const unsigned int t = p[k] * keep;
@@ -52,12 +54,11 @@ void _fill(const Image& img, const GenRect<int>& rect, const Color& c, bool repl
             }
         } else if (bytes > 0) {
             // Build the first row once, then copy it to the others.
-            unsigned char* first = row;
+            unsigned char* first = rows.row(0);
             for (int x = 0; x < region.w; ++x)
                 std::memcpy(first + static_cast<size_t>(x) * bytes, pixel.get(), bytes);
-            row += stride;
-            for (int y = 1; y < region.h; ++y, row += stride)
-                std::memcpy(row, first, rowBytes);
+            for (int y = 1; y < region.h; ++y)
+                std::memcpy(rows.row(y), first, rowBytes);
         }
     }
 
@@ -74,13 +75,12 @@ void _fillChannel(const Image& img, const GenRect<int>& r, void* value, int, int
     const unsigned int sampleBytes = f.getChannelBytes();
     const unsigned int pixelBytes = f.getBytesPerPixel();
     if (!region.isEmpty()) {
-        const intptr_t stride = img.getStride();
-        // The position is a byte offset here, not scaled by the sample size;
-        // it still stays inside the pixel.
-        unsigned char* row =
-            static_cast<unsigned char*>(img.getBuffer(GenPoint<int>(region.x, region.y))) + pos;
-        for (int y = 0; y < region.h; ++y, row += stride) {
-            unsigned char* p = row;
+        const Image area = img.clip(region);
+        const auto rows = ImageRows<unsigned char>::bytes(area);
+        for (int y = 0; y < region.h; ++y) {
+            // The position is a byte offset here, not scaled by the sample
+            // size; it still stays inside the pixel.
+            unsigned char* p = rows.row(y) + pos;
             for (int x = 0; x < region.w; ++x, p += pixelBytes)
                 std::memcpy(p, value, sampleBytes);
         }

@@ -3,6 +3,7 @@
 #include "base/Exception.h"
 #include "image/Convert.h"
 #include "image/DatatypeSwitch.h"
+#include "image/ImageRows.h"
 #include "image/Kernel.h"
 #include "krovel/vec/vec2.h"
 
@@ -266,14 +267,13 @@ Image hxform(Image img, const mat3& m, double param) {
 
     const int bpp = p.format.getBytesPerPixel();
     const int nc = p.format.getNumChannels();
-    const int srcStride = p.src.getStride();
-    const int outStride = p.out.getStride();
-    const unsigned char* srcBase = static_cast<const unsigned char*>(p.src.getBuffer());
-    unsigned char* outRow = static_cast<unsigned char*>(p.out.getBuffer());
-    for (int r = b.y; r < b.y + b.h; ++r, outRow += outStride) {
-        const unsigned char* srcRow = b.w > 0 ? srcBase + int64_t(r - b.y) * srcStride : srcBase;
+    // Bytes, whatever the datatype: the map reads and writes the samples.
+    const auto srcRows = ImageRows<const unsigned char>::bytes(p.src);
+    const auto outRows = ImageRows<unsigned char>::bytes(p.out);
+    for (int r = b.y; r < b.y + b.h; ++r) {
         const mat2 row(vec2(m(0, 0), m(2, 0)), vec2(m(0, 1) * r + m(0, 2), m(2, 1) * r + m(2, 2)));
-        map(srcRow, bpp, b.x, b.w, outRow, bpp, ob.x, ob.w, nc, row, p.format);
+        map(srcRows.row(r - b.y), bpp, b.x, b.w, outRows.row(r - b.y), bpp, ob.x, ob.w, nc, row,
+            p.format);
     }
     return p.out;
 }

@@ -3,6 +3,7 @@
 #include "image/Convert.h"
 #include "image/DatatypeSwitch.h"
 #include "image/Format.h"
+#include "image/ImageRows.h"
 #include "image/Xform.h"
 #include "krovel/AffineWarp.h"
 #include "krovel/KrLMSolver.h"
@@ -23,14 +24,11 @@ template <class T, class D> void _flattenImage(const Orvane::Image& img, KrGenVe
     v.resize(rowCount * h);
     if (rowCount == 0 || h == 0)
         return;
-    T* pixels;
-    img.getBuffer(pixels);
-    const unsigned char* row = reinterpret_cast<const unsigned char*>(pixels);
-    const intptr_t stride = img.getStride();
+    const Orvane::ImageRows<const T> rows(img);
     D* out = v.data();
     const int step = v.stride();
-    for (int y = 0; y < h; ++y, row += stride) {
-        const T* p = reinterpret_cast<const T*>(row);
+    for (int y = 0; y < h; ++y) {
+        const T* p = rows.row(y);
         if (step == 1) {
             for (int i = 0; i < rowCount; ++i)
                 out[i] = static_cast<D>(p[i]);

@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "image/DatatypeSwitch.h"
+#include "image/ImageRows.h"
 #include "track/CorrelatorKernels.h"
 
 #include <cstddef>
@@ -12,6 +13,7 @@ using Orvane::Format;
 using Orvane::GenPoint;
 using Orvane::GenRect;
 using Orvane::Image;
+using Orvane::ImageRows;
 
 Orvane::Image Correlator::getDebugImage() {
     return Image();
@@ -19,29 +21,25 @@ Orvane::Image Correlator::getDebugImage() {
 
 namespace {
 
-struct FloatPlane {
-    const float* data;
-    std::ptrdiff_t stride;
-};
-
 template <class T> void _copyToFloat(const Image& img, float* dst) {
     const GenRect<int>& b = img.getBounds();
-    const char* row = static_cast<const char*>(img.getBuffer());
-    const std::ptrdiff_t stride = img.getStride();
-    for (int y = 0; y < b.h; ++y, row += stride, dst += b.w) {
-        const T* src = reinterpret_cast<const T*>(row);
+    const ImageRows<const T> rows(img);
+    for (int y = 0; y < b.h; ++y, dst += b.w) {
+        const T* src = rows.row(y);
         for (int x = 0; x < b.w; ++x)
             dst[x] = static_cast<float>(src[x]);
     }
 }
 
+// A one-channel float image over `plane`, rows without padding.
+Image floatImage(const GenRect<int>& bounds, std::vector<float>& plane) {
+    return Image(bounds, Format::mono(Orvane::FLOAT), plane.data());
+}
+
 // Float images are read in place; any other datatype goes through `copy`.
-FloatPlane floatPlane(const Image& img, std::vector<float>& copy) {
-    if (img.getFormat().getDatatype() == Orvane::FLOAT) {
-        float* p;
-        img.getBuffer(p);
-        return {p, img.getStride()};
-    }
+Image floatPlane(const Image& img, std::vector<float>& copy) {
+    if (img.getFormat().getDatatype() == Orvane::FLOAT)
+        return img;
     const GenRect<int>& b = img.getBounds();
     copy.resize(std::size_t(b.w) * std::size_t(b.h));
     Orvane::switchDatatype(img.getFormat().getDatatype(), "NaiveCorrelator: unknown datatype",
@@ -49,7 +47,7 @@ FloatPlane floatPlane(const Image& img, std::vector<float>& copy) {
                                using T = typename decltype(s)::type;
                                _copyToFloat<T>(img, copy.data());
                            });
-    return {copy.data(), std::ptrdiff_t(b.w * sizeof(float))};
+    return floatImage(b, copy);
 }
 
 // Integer surfaces round and saturate; they only arise from integer patterns.
@@ -68,10 +66,9 @@ template <class T> T _fromFloat(float v) {
 
 template <class T> void _copyFromFloat(const float* src, const Image& img) {
     const GenRect<int>& b = img.getBounds();
-    char* row = static_cast<char*>(img.getBuffer());
-    const std::ptrdiff_t stride = img.getStride();
-    for (int y = 0; y < b.h; ++y, row += stride, src += b.w) {
-        T* dst = reinterpret_cast<T*>(row);
+    const ImageRows<T> rows(img);
+    for (int y = 0; y < b.h; ++y, src += b.w) {
+        T* dst = rows.row(y);
         for (int x = 0; x < b.w; ++x)
             dst[x] = _fromFloat<T>(src[x]);
     }
@@ -105,29 +102,23 @@ void NaiveCorrelator::correlate(Image& out, float& scale) {
     Image surface(GenRect<int>(sb.x - pb.x, sb.y - pb.y, cw, ch), format);
 
     const bool direct = format.getDatatype() == Orvane::FLOAT;
-    float* outData;
-    std::ptrdiff_t outStride;
-    if (direct) {
-        surface.getBuffer(outData);
-        outStride = surface.getStride();
-    } else {
+    if (!direct)
         surfaceCopy.resize(std::size_t(cw) * std::size_t(ch));
-        outData = surfaceCopy.data();
-        outStride = std::ptrdiff_t(cw * sizeof(float));
-    }
+    const Image outPlane = direct ? surface : floatImage(GenRect<int>(0, 0, cw, ch), surfaceCopy);
+    const ImageRows<float> outRows(outPlane);
 
     if (pb.w < 1 || pb.h < 1) {
         // An empty pattern has nothing to multiply: every sum is zero.
         for (int y = 0; y < ch; ++y) {
-            float* o = reinterpret_cast<float*>(reinterpret_cast<char*>(outData) + y * outStride);
+            float* o = outRows.row(y);
             for (int x = 0; x < cw; ++x)
                 o[x] = 0.0f;
         }
     } else {
-        const FloatPlane p = floatPlane(pattern, patternCopy);
-        const FloatPlane s = floatPlane(search, searchCopy);
-        const CorrelatorKernels::Args args{p.data,   p.stride, pb.w,      pb.h, s.data,
-                                           s.stride, outData,  outStride, cw,   ch};
+        const Image p = floatPlane(pattern, patternCopy);
+        const Image s = floatPlane(search, searchCopy);
+        const CorrelatorKernels::Args args{ImageRows<const float>(p), ImageRows<const float>(s),
+                                           outRows};
         if (simd)
             CorrelatorKernels::correlateAvx2(args);
         else

@@ -47,9 +47,10 @@ template <int R, int K> TAVRIX_AVX2 void block(const Args& a, int x0, int y0) {
         for (int k = 0; k < K; ++k)
             acc[i][k] = _mm256_setzero_ps();
 
-    const int searchRows = a.ph + R - 1;
+    const int ph = a.pattern.height();
+    const int searchRows = ph + R - 1;
     for (int sr = 0; sr < searchRows; ++sr) {
-        const float* s = rowOf(a.search, a.searchStride, y0 + sr) + x0;
+        const float* s = a.search.row(y0 + sr) + x0;
         // Output row i meets this search row through pattern row sr - i;
         // near the block's first and last search rows some have none.
         const float* p[R];
@@ -57,22 +58,22 @@ template <int R, int K> TAVRIX_AVX2 void block(const Args& a, int x0, int y0) {
 #pragma GCC unroll 8
         for (int i = 0; i < R; ++i) {
             const int r = sr - i;
-            if (r >= 0 && r < a.ph) {
-                p[i] = rowOf(a.pattern, a.patternStride, r);
+            if (r >= 0 && r < ph) {
+                p[i] = a.pattern.row(r);
             } else {
                 p[i] = nullptr;
                 allRows = false;
             }
         }
         if (allRows)
-            accumulateRow<R, K, true>(acc, s, p, a.pw);
+            accumulateRow<R, K, true>(acc, s, p, a.pattern.width());
         else
-            accumulateRow<R, K, false>(acc, s, p, a.pw);
+            accumulateRow<R, K, false>(acc, s, p, a.pattern.width());
     }
 
 #pragma GCC unroll 8
     for (int i = 0; i < R; ++i) {
-        float* o = rowOf(a.out, a.outStride, y0 + i) + x0;
+        float* o = a.out.row(y0 + i) + x0;
 #pragma GCC unroll 4
         for (int k = 0; k < K; ++k)
             _mm256_storeu_ps(o + 8 * k, acc[i][k]);
@@ -83,19 +84,20 @@ template <int R, int K> TAVRIX_AVX2 void block(const Args& a, int x0, int y0) {
 // covered by one more block ending at the last column; it recomputes a few
 // cells, which is cheaper than a masked or scalar tail.
 template <int R> TAVRIX_AVX2 void band(const Args& a, int y0) {
+    const int cw = a.out.width();
     int x = 0;
-    for (; a.cw - x >= 24; x += 24)
+    for (; cw - x >= 24; x += 24)
         block<R, 3>(a, x, y0);
-    if (a.cw - x >= 16) {
+    if (cw - x >= 16) {
         block<R, 2>(a, x, y0);
         x += 16;
     }
-    if (a.cw - x >= 8) {
+    if (cw - x >= 8) {
         block<R, 1>(a, x, y0);
         x += 8;
     }
-    if (x < a.cw)
-        block<R, 1>(a, a.cw - 8, y0);
+    if (x < cw)
+        block<R, 1>(a, cw - 8, y0);
 }
 
 } // namespace
@@ -110,14 +112,15 @@ bool avx2Supported() {
 
 TAVRIX_AVX2 void correlateAvx2(const Args& a) {
     // Narrower surfaces than one vector are rare and tiny.
-    if (a.cw < 8) {
+    if (a.out.width() < 8) {
         correlateScalar(a);
         return;
     }
+    const int ch = a.out.height();
     int y = 0;
-    for (; a.ch - y >= 4; y += 4)
+    for (; ch - y >= 4; y += 4)
         band<4>(a, y);
-    switch (a.ch - y) {
+    switch (ch - y) {
     case 3:
         band<3>(a, y);
         break;

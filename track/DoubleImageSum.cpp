@@ -1,6 +1,7 @@
 #include "track/DoubleImageSum.h"
 
 #include "image/DatatypeSwitch.h"
+#include "image/ImageRows.h"
 
 #include <cstddef>
 #include <limits>
@@ -13,11 +14,10 @@ namespace {
 template <class T> void _buildTables(const Image& src, double* sums, double* squares) {
     const GenRect<int>& b = src.getBounds();
     const int nc = src.getFormat().getNumChannels();
-    const std::ptrdiff_t stride = src.getStride();
     const std::size_t w1 = std::size_t(b.w) + 1;
-    const char* row = static_cast<const char*>(src.getBuffer());
-    for (int y = 0; y < b.h; ++y, row += stride) {
-        const T* v = reinterpret_cast<const T*>(row);
+    const Orvane::ImageRows<const T> rows(src);
+    for (int y = 0; y < b.h; ++y) {
+        const T* v = rows.row(y);
         const double* sAbove = sums + std::size_t(y) * w1;
         const double* qAbove = squares + std::size_t(y) * w1;
         double* s = sums + std::size_t(y + 1) * w1;

@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "image/DatatypeSwitch.h"
+#include "image/ImageRows.h"
 
 #include <cstddef>
 #include <limits>
@@ -11,9 +12,9 @@
 #endif
 
 using Orvane::Format;
-using Orvane::GenPoint;
 using Orvane::GenRect;
 using Orvane::Image;
+using Orvane::ImageRows;
 
 namespace {
 
@@ -37,10 +38,6 @@ inline void setFloat(ImageSumInfo& out, float count, float sum, float sumSq) {
     out.variance = sumSq / count - out.mean * out.mean;
 }
 
-inline const float* rowOf(const float* base, std::ptrdiff_t stride, int y) {
-    return reinterpret_cast<const float*>(reinterpret_cast<const char*>(base) + y * stride);
-}
-
 // Four-corner lookup. `left` is the index of the column before the window
 // (negative at the image's left edge), `right` that of its last column;
 // `top` is the row above the window, null at the image's top edge.
@@ -57,35 +54,36 @@ inline float cornerSum(const float* top, const float* bottom, std::ptrdiff_t lef
     return s;
 }
 
-template <class T>
-void _windowSums(const Image& img, const GenRect<int>& r, double& sum, double& sumSq) {
+// Calls op(v) for every sample of channel 0 in the window `r`, row by row.
+template <class T, class Op> void _eachInWindow(const Image& img, const GenRect<int>& r, Op op) {
     const int nc = img.getFormat().getNumChannels();
-    const std::ptrdiff_t stride = img.getStride();
-    const char* row = static_cast<const char*>(img.getBuffer(GenPoint<int>(r.x, r.y)));
-    sum = 0.0;
-    sumSq = 0.0;
-    for (int y = 0; y < r.h; ++y, row += stride) {
-        const T* p = reinterpret_cast<const T*>(row);
-        for (int x = 0; x < r.w; ++x) {
-            const double v = static_cast<float>(p[x * nc]);
-            sum += v;
-            sumSq += v * v;
-        }
+    const GenRect<int>& b = img.getBounds();
+    const ImageRows<const T> rows(img);
+    const std::ptrdiff_t left = std::ptrdiff_t(r.x - b.x) * nc;
+    for (int y = 0; y < r.h; ++y) {
+        const T* p = rows.row(r.y - b.y + y) + left;
+        for (int x = 0; x < r.w; ++x)
+            op(p[x * nc]);
     }
 }
 
+template <class T>
+void _windowSums(const Image& img, const GenRect<int>& r, double& sum, double& sumSq) {
+    sum = 0.0;
+    sumSq = 0.0;
+    _eachInWindow<T>(img, r, [&](T sample) {
+        const double v = static_cast<float>(sample);
+        sum += v;
+        sumSq += v * v;
+    });
+}
+
 template <class T> double _squaredDeviations(const Image& img, const GenRect<int>& r, double mean) {
-    const int nc = img.getFormat().getNumChannels();
-    const std::ptrdiff_t stride = img.getStride();
-    const char* row = static_cast<const char*>(img.getBuffer(GenPoint<int>(r.x, r.y)));
     double total = 0.0;
-    for (int y = 0; y < r.h; ++y, row += stride) {
-        const T* p = reinterpret_cast<const T*>(row);
-        for (int x = 0; x < r.w; ++x) {
-            const double d = double(static_cast<float>(p[x * nc])) - mean;
-            total += d * d;
-        }
-    }
+    _eachInWindow<T>(img, r, [&](T sample) {
+        const double d = double(static_cast<float>(sample)) - mean;
+        total += d * d;
+    });
     return total;
 }
 
@@ -93,19 +91,17 @@ template <class T> void _buildTables(const Image& src, const Image& sums, const 
     const GenRect<int>& b = src.getBounds();
     const int nc = src.getFormat().getNumChannels();
     const std::ptrdiff_t n = std::ptrdiff_t(b.w) * nc;
-    const std::ptrdiff_t srcStride = src.getStride();
-    const std::ptrdiff_t sumStride = sums.getStride();
-    const std::ptrdiff_t sqStride = squares.getStride();
-    const char* srcRow = static_cast<const char*>(src.getBuffer());
-    char* sumRow = static_cast<char*>(sums.getBuffer());
-    char* sqRow = static_cast<char*>(squares.getBuffer());
+    const ImageRows<const T> in(src);
+    const ImageRows<float> sumRows(sums);
+    const ImageRows<float> sqRows(squares);
 
-    for (int y = 0; y < b.h; ++y, srcRow += srcStride, sumRow += sumStride, sqRow += sqStride) {
-        const T* v = reinterpret_cast<const T*>(srcRow);
-        float* s = reinterpret_cast<float*>(sumRow);
-        float* q = reinterpret_cast<float*>(sqRow);
-        const float* sa = y > 0 ? reinterpret_cast<const float*>(sumRow - sumStride) : nullptr;
-        const float* qa = y > 0 ? reinterpret_cast<const float*>(sqRow - sqStride) : nullptr;
+    // The rows above, null at the top edge.
+    const float* sa = nullptr;
+    const float* qa = nullptr;
+    for (int y = 0; y < b.h; ++y) {
+        const T* v = in.row(y);
+        float* s = sumRows.row(y);
+        float* q = sqRows.row(y);
         // One channel at a time, its running entry kept in a register.
         for (int c = 0; c < nc; ++c) {
             float f = static_cast<float>(v[c]);
@@ -131,6 +127,8 @@ template <class T> void _buildTables(const Image& src, const Image& sums, const 
                 q[i] = leftSq = leftSq + (qa[i] - qa[i - nc] + f * f);
             }
         }
+        sa = s;
+        qa = q;
     }
 }
 
@@ -225,15 +223,12 @@ void ImageSum::info(const GenRect<int>& rect, ImageSumInfo& out) const {
     const std::ptrdiff_t left = std::ptrdiff_t(x0 - 1) * nc;
     const std::ptrdiff_t right = std::ptrdiff_t(x1) * nc;
 
-    const float* s = static_cast<const float*>(sums.getBuffer());
-    const float* q = static_cast<const float*>(squares.getBuffer());
-    const std::ptrdiff_t sStride = sums.getStride();
-    const std::ptrdiff_t qStride = squares.getStride();
-    const float* sTop = y0 > 0 ? rowOf(s, sStride, y0 - 1) : nullptr;
-    const float* qTop = y0 > 0 ? rowOf(q, qStride, y0 - 1) : nullptr;
-    setFloat(out, static_cast<float>(r.w * r.h),
-             cornerSum(sTop, rowOf(s, sStride, y1), left, right),
-             cornerSum(qTop, rowOf(q, qStride, y1), left, right));
+    const ImageRows<const float> s(sums);
+    const ImageRows<const float> q(squares);
+    const float* sTop = y0 > 0 ? s.row(y0 - 1) : nullptr;
+    const float* qTop = y0 > 0 ? q.row(y0 - 1) : nullptr;
+    setFloat(out, static_cast<float>(r.w * r.h), cornerSum(sTop, s.row(y1), left, right),
+             cornerSum(qTop, q.row(y1), left, right));
 }
 
 void ImageSum::rowStatistics(const GenRect<int>& first, int n, float* sum, float* variance) const {
@@ -253,14 +248,12 @@ void ImageSum::rowStatistics(const GenRect<int>& first, int n, float* sum, float
     const int y1 = y0 + first.h - 1;
     const float count = static_cast<float>(first.w * first.h);
 
-    const float* s = static_cast<const float*>(sums.getBuffer());
-    const float* q = static_cast<const float*>(squares.getBuffer());
-    const std::ptrdiff_t sStride = sums.getStride();
-    const std::ptrdiff_t qStride = squares.getStride();
-    const float* sBottom = rowOf(s, sStride, y1);
-    const float* qBottom = rowOf(q, qStride, y1);
-    const float* sTop = y0 > 0 ? rowOf(s, sStride, y0 - 1) : nullptr;
-    const float* qTop = y0 > 0 ? rowOf(q, qStride, y0 - 1) : nullptr;
+    const ImageRows<const float> s(sums);
+    const ImageRows<const float> q(squares);
+    const float* sBottom = s.row(y1);
+    const float* qBottom = q.row(y1);
+    const float* sTop = y0 > 0 ? s.row(y0 - 1) : nullptr;
+    const float* qTop = y0 > 0 ? q.row(y0 - 1) : nullptr;
 
     ImageSumInfo window;
     int j = 0;

@@ -1,6 +1,7 @@
 #include "track/Matcher.h"
 
 #include "base/Exception.h"
+#include "image/ImageRows.h"
 #include "track/Correlator.h"
 
 #include <algorithm>
@@ -15,13 +16,9 @@
 using Orvane::GenPoint;
 using Orvane::GenRect;
 using Orvane::Image;
+using Orvane::ImageRows;
 
 namespace {
-
-template <class T> T* _row(const Image& img, int y) {
-    return reinterpret_cast<T*>(static_cast<char*>(img.getBuffer()) +
-                                std::ptrdiff_t(y) * img.getStride());
-}
 
 // One row of (C / k - sum(S) sum(P) / N) / (N sqrt(var(P) var(S))), the
 // variance product floored so that flat windows give 0 instead of a
@@ -68,9 +65,10 @@ void _normalise(const Image& surface, float k, const ImageSumInfo& p, const Imag
                 const GenRect<int>& sb, int pw, int ph, float* sum, float* variance) {
     const GenRect<int>& cb = surface.getBounds();
     const float n0 = static_cast<float>(pw * ph);
+    const ImageRows<T> rows(surface);
     for (int y = 0; y < cb.h; ++y) {
         sums.rowStatistics(GenRect<int>(sb.x, sb.y + y, pw, ph), cb.w, sum, variance);
-        _normaliseRow(_row<T>(surface, y), sum, variance, cb.w, k, n0, p.sum, p.variance);
+        _normaliseRow(rows.row(y), sum, variance, cb.w, k, n0, p.sum, p.variance);
     }
 }
 
@@ -120,11 +118,12 @@ float _rowMax(const float* c, int n) {
 template <class T>
 void _peak(const Image& surface, int& px, int& py, double& m, double& dx, double& dy) {
     const GenRect<int>& cb = surface.getBounds();
-    T best = _row<T>(surface, 0)[0];
+    const ImageRows<const T> rows(surface);
+    T best = rows.row(0)[0];
     px = 0;
     py = 0;
     for (int y = 0; y < cb.h; ++y) {
-        const T* c = _row<T>(surface, y);
+        const T* c = rows.row(y);
         const T rowBest = _rowMax(c, cb.w);
         if (rowBest > best) {
             best = rowBest;
@@ -136,7 +135,7 @@ void _peak(const Image& surface, int& px, int& py, double& m, double& dx, double
     auto at = [&](int x, int y) {
         if (x < 0 || y < 0 || x >= cb.w || y >= cb.h)
             return -1.0;
-        return static_cast<double>(_row<T>(surface, y)[x]);
+        return static_cast<double>(rows.row(y)[x]);
     };
     m = best;
     dx = subPixelStep(at(px - 1, py), at(px + 1, py), m);

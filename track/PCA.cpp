@@ -4,6 +4,7 @@
 #include "image/DatatypeSwitch.h"
 #include "image/Format.h"
 #include "image/GenRect.h"
+#include "image/ImageRows.h"
 #include "krovel/KrSvd.h"
 
 #include <cstddef>
@@ -14,27 +15,13 @@
 namespace PCAKernels {
 
 using Orvane::Image;
-
-// Rows are `stride` bytes apart whatever the datatype, so one byte pointer
-// walks them all.
-template <class S> const S* _row(const Image& img, int y) {
-    S* first;
-    img.getBuffer(first);
-    return reinterpret_cast<const S*>(reinterpret_cast<const unsigned char*>(first) +
-                                      std::ptrdiff_t(y) * img.getStride());
-}
-
-template <class S> S* _writableRow(const Image& img, int y) {
-    S* first;
-    img.getBuffer(first);
-    return reinterpret_cast<S*>(reinterpret_cast<unsigned char*>(first) +
-                                std::ptrdiff_t(y) * img.getStride());
-}
+using Orvane::ImageRows;
 
 template <class S> void _channelSums(const Image& img, int nc, double* sums) {
     const Orvane::GenRect<int>& b = img.getBounds();
+    const ImageRows<const S> rows(img);
     for (int y = 0; y < b.h; ++y) {
-        const S* p = _row<S>(img, y);
+        const S* p = rows.row(y);
         for (int x = 0; x < b.w; ++x, p += nc)
             for (int k = 0; k < nc; ++k)
                 sums[k] += p[k];
@@ -46,8 +33,9 @@ template <class S> void _channelSums(const Image& img, int nc, double* sums) {
 template <class S>
 void _scatter(const Image& img, int nc, const double* mean, double* d, double* upper) {
     const Orvane::GenRect<int>& b = img.getBounds();
+    const ImageRows<const S> rows(img);
     for (int y = 0; y < b.h; ++y) {
-        const S* p = _row<S>(img, y);
+        const S* p = rows.row(y);
         for (int x = 0; x < b.w; ++x, p += nc) {
             for (int k = 0; k < nc; ++k)
                 d[k] = double(p[k]) - mean[k];
@@ -64,9 +52,11 @@ void _scatter(const Image& img, int nc, const double* mean, double* d, double* u
 template <class S, class T>
 void _reducePCA(const Image& src, const Image& dst, int nc, int n, const T* axis) {
     const Orvane::GenRect<int>& b = src.getBounds();
+    const ImageRows<const S> in(src);
+    const ImageRows<float> outRows(dst);
     for (int y = 0; y < b.h; ++y) {
-        const S* p = _row<S>(src, y);
-        float* out = _writableRow<float>(dst, y);
+        const S* p = in.row(y);
+        float* out = outRows.row(y);
         for (int x = 0; x < b.w; ++x, p += nc) {
             float sum = 0;
             for (int k = 0; k < n; ++k)
@@ -93,9 +83,11 @@ template <class S>
 void _visualizePCA(const Image& src, const Image& dst, int nc, const double* mean,
                    const double* axis) {
     const Orvane::GenRect<int>& b = src.getBounds();
+    const ImageRows<const S> in(src);
+    const ImageRows<S> outRows(dst);
     for (int y = 0; y < b.h; ++y) {
-        const S* p = _row<S>(src, y);
-        S* q = _writableRow<S>(dst, y);
+        const S* p = in.row(y);
+        S* q = outRows.row(y);
         for (int x = 0; x < b.w; ++x, p += nc, q += nc) {
             double t = 0;
             for (int k = 0; k < nc; ++k)

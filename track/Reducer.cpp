@@ -7,6 +7,7 @@
 #include "image/DatatypeSwitch.h"
 #include "image/Format.h"
 #include "image/GenRect.h"
+#include "image/ImageRows.h"
 
 #include <algorithm>
 #include <array>
@@ -17,6 +18,7 @@
 namespace ReducerKernels {
 
 using Orvane::Image;
+using Orvane::ImageRows;
 
 // Unit-range value of a sample: fixed-point maximum reads as 1. UB4 is
 // scaled by the float 2^-32, like its float conversion, not divided by
@@ -56,44 +58,33 @@ struct RGBPositions {
     int r, g, b;
 };
 
-template <class S> const S* _row(const Image& img, int y) {
-    S* first;
-    img.getBuffer(first);
-    return reinterpret_cast<const S*>(reinterpret_cast<const unsigned char*>(first) +
-                                      std::ptrdiff_t(y) * img.getStride());
-}
-
-inline float* floatRow(const Image& img, int y) {
-    float* first;
-    img.getBuffer(first);
-    return reinterpret_cast<float*>(reinterpret_cast<unsigned char*>(first) +
-                                    std::ptrdiff_t(y) * img.getStride());
+// Stores op(pixel) for every source pixel at the same place in `dst`.
+template <class S, class Op> void _reducePixels(const Image& src, const Image& dst, Op op) {
+    const Orvane::GenRect<int>& b = src.getBounds();
+    const int nc = src.getFormat().getNumChannels();
+    const ImageRows<const S> in(src);
+    const ImageRows<float> outRows(dst);
+    for (int y = 0; y < b.h; ++y) {
+        const S* p = in.row(y);
+        float* out = outRows.row(y);
+        for (int x = 0; x < b.w; ++x, p += nc)
+            out[x] = op(p);
+    }
 }
 
 template <class S> void _luminance(const Image& src, const Image& dst, RGBPositions c) {
-    const Orvane::GenRect<int>& b = src.getBounds();
-    const int nc = src.getFormat().getNumChannels();
     const UnitScale<S> unit;
-    for (int y = 0; y < b.h; ++y) {
-        const S* p = _row<S>(src, y);
-        float* out = floatRow(dst, y);
-        for (int x = 0; x < b.w; ++x, p += nc)
-            out[x] = float(0.299 * unit(p[c.r]) + 0.587 * unit(p[c.g]) + 0.114 * unit(p[c.b]));
-    }
+    _reducePixels<S>(src, dst, [&](const S* p) {
+        return float(0.299 * unit(p[c.r]) + 0.587 * unit(p[c.g]) + 0.114 * unit(p[c.b]));
+    });
 }
 
 template <class S> void _saturation(const Image& src, const Image& dst, RGBPositions c) {
-    const Orvane::GenRect<int>& b = src.getBounds();
-    const int nc = src.getFormat().getNumChannels();
     const UnitScale<S> unit;
-    for (int y = 0; y < b.h; ++y) {
-        const S* p = _row<S>(src, y);
-        float* out = floatRow(dst, y);
-        for (int x = 0; x < b.w; ++x, p += nc) {
-            const double r = unit(p[c.r]), g = unit(p[c.g]), bl = unit(p[c.b]);
-            out[x] = float(std::max({r, g, bl}) - std::min({r, g, bl}));
-        }
-    }
+    _reducePixels<S>(src, dst, [&](const S* p) {
+        const double r = unit(p[c.r]), g = unit(p[c.g]), bl = unit(p[c.b]);
+        return float(std::max({r, g, bl}) - std::min({r, g, bl}));
+    });
 }
 
 // The channel named `letter`, else luminance: a grey pixel's colour channels
@@ -168,10 +159,10 @@ Orvane::Image ChannelReducer::visualize(const Orvane::Image& src) const {
     // the colour fill handles UB1 only.
     const Orvane::GenRect<int>& b = dst.getBounds();
     if (b.w > 0 && b.h > 0) {
-        unsigned char* row = static_cast<unsigned char*>(dst.getBuffer());
+        const auto rows = Orvane::ImageRows<unsigned char>::bytes(dst);
         const std::size_t rowBytes = std::size_t(b.w) * dst.getFormat().getBytesPerPixel();
-        for (int y = 0; y < b.h; ++y, row += dst.getStride())
-            std::memset(row, 0, rowBytes);
+        for (int y = 0; y < b.h; ++y)
+            std::memset(rows.row(y), 0, rowBytes);
     }
     // Straight from the source: a round trip through float could lose a step.
     Orvane::copyChannel(src, dst, pos, pos);

@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "image/Format.h"
+#include "image/ImageRows.h"
 
 #include <algorithm>
 #include <cmath>
@@ -66,12 +67,10 @@ Orvane::Image TrTestSequence::getFrame(float t) {
     const int red = format.getChannel('r');
     const int green = format.getChannel('g');
     const int blue = format.getChannel('b');
-    unsigned char* row;
-    image.getBuffer(row);
-    const int stride = image.getStride();
-    for (int y = 0; y < height; ++y, row += stride) {
+    const Orvane::ImageRows<unsigned char> rows(image);
+    for (int y = 0; y < height; ++y) {
         const double v = y + 0.5 - cy;
-        unsigned char* p = row;
+        unsigned char* p = rows.row(y);
         for (int x = 0; x < width; ++x, p += pixelBytes) {
             const double u = x + 0.5 - cx;
             const int a = _ramp(u * s + v * c);
