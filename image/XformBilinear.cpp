@@ -23,14 +23,26 @@ struct Tap {
 // the last (fraction 1). Positions far outside, and NaN, saturate before
 // the integer conversion so they clamp like any other outside position.
 inline Tap resolve(float s, int origin, int64_t lastPair) {
-    float fl = std::floor(s);
+    float fl;
     int64_t i;
-    if (!(fl > -1e9f))
-        i = -1000000000;
-    else if (fl > 1e9f)
-        i = 1000000000;
-    else
-        i = static_cast<int64_t>(fl);
+    if (s > -1e9f && s < 1e9f) {
+        // floor() by truncation, without the library call: below 2^23 the
+        // truncated value is exact in float, above it s is whole already.
+        i = static_cast<int64_t>(s);
+        fl = static_cast<float>(i);
+        if (fl > s) {
+            fl -= 1.0f;
+            --i;
+        }
+    } else {
+        fl = std::floor(s);
+        if (!(fl > -1e9f))
+            i = -1000000000;
+        else if (fl > 1e9f)
+            i = 1000000000;
+        else
+            i = static_cast<int64_t>(fl);
+    }
     i -= origin;
     Tap t{i, i >= 0 ? s - fl : 0.0f};
     if (t.index < 0)
@@ -56,15 +68,58 @@ template <class D> void warp(const Image& src, const Image& dst, const KrGenMatr
 
 } // namespace
 
+template <class S>
+void _bilinearRows(const unsigned char* src, const GenRect<int>& sb, int64_t srcStride, int nc,
+                   const GenRect<int>& db, unsigned char* dst, int64_t dstStride,
+                   const float (&m)[6]) {
+    const float a = m[0], b = m[1], c = m[2];
+    const float d = m[3], e = m[4], f = m[5];
+    // A source one pixel wide or high blends the pixel with itself.
+    const int64_t lastCol = sb.w >= 2 ? sb.w - 2 : 0;
+    const int64_t lastRow = sb.h >= 2 ? sb.h - 2 : 0;
+    const int64_t colStep = sb.w >= 2 ? nc : 0;
+    const int64_t rowStep = sb.h >= 2 ? srcStride : 0;
+
+    for (int y = db.y; y < db.y + db.h; ++y, dst += dstStride) {
+        // The matrix products that depend on the row only, so each pixel
+        // costs two multiplies; the sums keep their order.
+        const float cy = static_cast<float>(y) + 0.5f;
+        const float bcy = b * cy;
+        const float ecy = e * cy;
+        float* out = reinterpret_cast<float*>(dst);
+        for (int x = db.x; x < db.x + db.w; ++x, out += nc) {
+            const float cx = static_cast<float>(x) + 0.5f;
+            const float sx = a * cx + bcy + c - 0.5f;
+            const float sy = d * cx + ecy + f - 0.5f;
+            const Tap tx = resolve(sx, sb.x, lastCol);
+            const Tap ty = resolve(sy, sb.y, lastRow);
+            const float fx = tx.frac, gx = 1.0f - tx.frac;
+            const float fy = ty.frac, gy = 1.0f - ty.frac;
+            const unsigned char* row0 = src + ty.index * srcStride;
+            const S* p00 = reinterpret_cast<const S*>(row0) + tx.index * nc;
+            const S* p10 = p00 + colStep;
+            const S* p01 = reinterpret_cast<const S*>(row0 + rowStep) + tx.index * nc;
+            const S* p11 = p01 + colStep;
+            for (int k = 0; k < nc; ++k)
+                out[k] = static_cast<float>(p11[k] * fx * fy + p01[k] * gx * fy + p10[k] * fx * gy +
+                                            p00[k] * gx * gy);
+        }
+    }
+}
+
+template void _bilinearRows<float>(const unsigned char*, const GenRect<int>&, int64_t, int,
+                                   const GenRect<int>&, unsigned char*, int64_t,
+                                   const float (&)[6]);
+template void _bilinearRows<double>(const unsigned char*, const GenRect<int>&, int64_t, int,
+                                    const GenRect<int>&, unsigned char*, int64_t,
+                                    const float (&)[6]);
+
 template <class S, class D>
 void _xform_bilinear(const Image& src, const Image& dst, const KrGenMatrix<D>& m,
                      float* dstBuffer) {
-    const float a = static_cast<float>(m(0, 0));
-    const float b = static_cast<float>(m(0, 1));
-    const float c = static_cast<float>(m(0, 2));
-    const float d = static_cast<float>(m(1, 0));
-    const float e = static_cast<float>(m(1, 1));
-    const float f = static_cast<float>(m(1, 2));
+    const float elements[6] = {static_cast<float>(m(0, 0)), static_cast<float>(m(0, 1)),
+                               static_cast<float>(m(0, 2)), static_cast<float>(m(1, 0)),
+                               static_cast<float>(m(1, 1)), static_cast<float>(m(1, 2))};
 
     const Format& dstfmt = dst.getFormat();
     const int nc = src.getFormat().getNumChannels();
@@ -85,40 +140,8 @@ void _xform_bilinear(const Image& src, const Image& dst, const KrGenMatrix<D>& m
         }
         return;
     }
-
-    const unsigned char* srcBase = static_cast<const unsigned char*>(src.getBuffer());
-    const int64_t srcStride = src.getStride();
-    // A source one pixel wide or high blends the pixel with itself.
-    const int64_t lastCol = sb.w >= 2 ? sb.w - 2 : 0;
-    const int64_t lastRow = sb.h >= 2 ? sb.h - 2 : 0;
-    const int64_t colStep = sb.w >= 2 ? nc : 0;
-    const int64_t rowStep = sb.h >= 2 ? srcStride : 0;
-
-    for (int y = db.y; y < db.y + db.h; ++y, dstRow += dstStride) {
-        // The matrix products that depend on the row only, so each pixel
-        // costs two multiplies; the sums keep their order.
-        const float cy = static_cast<float>(y) + 0.5f;
-        const float bcy = b * cy;
-        const float ecy = e * cy;
-        float* out = reinterpret_cast<float*>(dstRow);
-        for (int x = db.x; x < db.x + db.w; ++x, out += nc) {
-            const float cx = static_cast<float>(x) + 0.5f;
-            const float sx = a * cx + bcy + c - 0.5f;
-            const float sy = d * cx + ecy + f - 0.5f;
-            const Tap tx = resolve(sx, sb.x, lastCol);
-            const Tap ty = resolve(sy, sb.y, lastRow);
-            const float fx = tx.frac, gx = 1.0f - tx.frac;
-            const float fy = ty.frac, gy = 1.0f - ty.frac;
-            const unsigned char* row0 = srcBase + ty.index * srcStride;
-            const S* p00 = reinterpret_cast<const S*>(row0) + tx.index * nc;
-            const S* p10 = p00 + colStep;
-            const S* p01 = reinterpret_cast<const S*>(row0 + rowStep) + tx.index * nc;
-            const S* p11 = p01 + colStep;
-            for (int k = 0; k < nc; ++k)
-                out[k] = static_cast<float>(p11[k] * fx * fy + p01[k] * gx * fy + p10[k] * fx * gy +
-                                            p00[k] * gx * gy);
-        }
-    }
+    _bilinearRows<S>(static_cast<const unsigned char*>(src.getBuffer()), sb, src.getStride(), nc,
+                     db, dstRow, dstStride, elements);
 }
 
 template void _xform_bilinear<float, float>(const Image&, const Image&, const KrGenMatrix<float>&,
