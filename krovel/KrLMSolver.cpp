@@ -204,7 +204,7 @@ float KrLMSolver::computeEpsilon(const KrGenVector<float>& v) const {
         n = goal.length();
     if (n <= 0)
         return 0.0f;
-    KrGenVector<float> difference(n, 0.0f);
+    difference.resize(n);
     float* d = difference.data();
     const float* vp = v.data();
     const float* gp = goal.data();
@@ -217,6 +217,7 @@ void KrLMSolver::solve() {
     if (!problem)
         throw NullPointerException("KrLMSolver::solve: no problem");
 
+    iterations = 0;
     float lambda = 0.01f;
     bool jacobianStale = true;
     bool problemHoldsX = true;
@@ -231,14 +232,14 @@ void KrLMSolver::solve() {
     if (iterationLimit < 2)
         return;
 
-    // Scratch sized once per solve. The normal matrix and gradient are fully
-    // rewritten every iteration; no element loop allocates.
-    KrGenMatrix<float> a(nx, nx);
-    KrGenVector<double> sums(nx * (nx + 1) / 2, 0.0);
-    KrGenVector<float> g(nx, 0.0f);
-    KrGenVector<float> step(nx, 0.0f);
-    KrGenVector<float> trialX(nx, 0.0f);
-    KrGenVector<float> trialY;
+    // Scratch sized for this solve; the normal matrix and gradient are fully
+    // rewritten every iteration, and no element loop allocates.
+    normal.resize(nx, nx);
+    sums.resize(nx * (nx + 1) / 2);
+    g.resize(nx);
+    step.resize(nx);
+    trialX.resize(nx);
+    KrGenMatrix<float>& a = normal;
 
     for (int iteration = 1; iteration < iterationLimit; ++iteration) {
         if (jacobianStale) {
@@ -262,7 +263,7 @@ void KrLMSolver::solve() {
             applyTrust(trust, nx, a, g);
         }
         damp(lambda, nx, a);
-        multiply(inverse(a), g, nx, step);
+        multiply(inverter.invert(a), g, nx, step);
         if (trusted)
             trustStep(trust, nx, step);
 
@@ -271,6 +272,7 @@ void KrLMSolver::solve() {
         if (trialX.refCount() != 1)
             trialX = KrGenVector<float>(nx, 0.0f);
         add(x, step, nx, trialX);
+        ++iterations;
         problem->setX(trialX);
         problem->evalY(trialY);
         const float trialEpsilon = computeEpsilon(trialY);
