@@ -83,6 +83,7 @@ private:
     KrGenMatrix<float> normal;
     KrGenVector<double> sums;
     KrGenVector<float> g;
+    KrGenVector<float> gradientSums;
     KrGenVector<float> step;
     KrGenVector<float> trialX;
     KrGenVector<float> trialY;
