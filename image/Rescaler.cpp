@@ -19,6 +19,13 @@ template <class T> T* rowAt(const void* base, int64_t stride, int y) {
         const_cast<unsigned char*>(static_cast<const unsigned char*>(base) + y * stride));
 }
 
+// Makes room for `need` elements; when it has to grow, it grows to `room`,
+// so that a sample more each way on a later call does not reallocate.
+void grow(std::vector<double>& v, size_t need, size_t room) {
+    if (v.size() < need)
+        v.resize(room);
+}
+
 // The taps of a run under `m`, as the per-run walk finds them, kept while
 // the run's source and destination ranges stay the same. Capacity is kept
 // too, so a run of a known length rebuilds without allocating.
@@ -32,6 +39,15 @@ void buildTaps(Rescaler::Taps& taps, const mat2& m, int srcStart, int srcSize, i
     taps.count.clear();
     taps.start.clear();
     taps.weight.clear();
+    // Room for a sample more than this run, which the same source at another
+    // position may need, so that it rebuilds without allocating.
+    if (taps.first.capacity() < size_t(dstSize)) {
+        const size_t room = size_t(dstSize) + 1;
+        taps.first.reserve(room);
+        taps.count.reserve(room);
+        taps.start.reserve(room);
+        taps.weight.reserve(room * XformRun::maxTaps);
+    }
     int index[XformRun::maxTaps];
     double weight[XformRun::maxTaps];
     for (int j = 0; j < dstSize; ++j) {
@@ -93,6 +109,30 @@ void _down(const double* in, int rowLength, const Rescaler::Taps& taps, double* 
 
 } // namespace
 
+// The output store: it allocates its pixels once, with a pixel to spare each
+// way, and takes the bounds of each result. Halving a source of one size
+// gives one of two sizes, by the parity of its position, and both fit.
+class Rescaler::Store : public ImageImpl {
+public:
+    Store(const GenRect<int>& b, const Format& f)
+        : ImageImpl(GenRect<int>(b.x, b.y, b.w + 1, b.h + 1), f) {
+        alloc();
+        capacity = int64_t(b.w + 1) * (b.h + 1);
+        reshape(b);
+    }
+    bool fits(const GenRect<int>& b, const Format& f) const {
+        return format == f && int64_t(b.w) * b.h <= capacity;
+    }
+    // Rows without padding, as a fresh store has them.
+    void reshape(const GenRect<int>& b) {
+        bounds = b;
+        stride = int32_t(int64_t(format.getBytesPerPixel()) * b.w);
+    }
+
+private:
+    int64_t capacity = 0;
+};
+
 bool Rescaler::supports(const Image& img) const {
     if (!img.exists())
         return false;
@@ -131,10 +171,17 @@ const Image& Rescaler::apply(const Image& img) {
 
     Format f = img.getFormat();
     f.setPremult(true);
-    out.allocate(GenRect<int>(hx, vy, hw, vh), f);
+    const GenRect<int> outBounds(hx, vy, hw, vh);
+    if (store && store->fits(outBounds, f)) {
+        store->reshape(outBounds);
+    } else {
+        store = new Store(outBounds, f);
+        out = Image(store);
+    }
     const int nc = f.getNumChannels();
-    middle.resize(size_t(hw) * b.h * nc);
-    sums.resize(size_t(hw) * nc);
+    // With room for a sample more each way, as the store has.
+    grow(middle, size_t(hw) * b.h * nc, size_t(hw + 1) * (b.h + 1) * nc);
+    grow(sums, size_t(hw) * nc, size_t(hw + 1) * nc);
     switchDatatype(f.getDatatype(), "src datatype unknown", [&](auto s) {
         using T = typename decltype(s)::type;
         if constexpr (std::is_floating_point<T>::value) {

@@ -19,15 +19,20 @@ namespace Orvane {
 class Rescaler {
 public:
     Rescaler(double sx, double sy) : sx(sx), sy(sy) {}
+    // Copies would share the store and move each other's bounds.
+    Rescaler(const Rescaler&) = delete;
+    Rescaler& operator=(const Rescaler&) = delete;
 
     /// Whether `apply` takes `img`.
     bool supports(const Image& img) const;
 
     /// Resamples `img` into the image held here and returns it. The next
-    /// call overwrites its pixels; its store is reused whenever bounds and
-    /// format repeat, and the weights whenever the source bounds repeat, so
-    /// a repeated call allocates nothing. An image that `supports` refuses
-    /// throws IllegalArgumentException "Rescaler: unsupported image"; output
+    /// call overwrites its pixels and, for a source of the same size and
+    /// format at another position, gives it the new bounds in the same
+    /// storage (every handle on it sees them); the weights are reused
+    /// whenever the source bounds repeat. So a call with a source of the size
+    /// before allocates nothing. An image that
+    /// `supports` refuses throws IllegalArgumentException "Rescaler: unsupported image"; output
     /// ranges beyond 2^30 throw the texts of hxform and vxform.
     const Image& apply(const Image& img);
 
@@ -45,6 +50,8 @@ public:
     };
 
 private:
+    class Store;
+
     double sx;
     double sy;
     Taps across;
@@ -53,6 +60,8 @@ private:
     std::vector<double> middle;
     std::vector<double> sums;
     Image out;
+    // The store inside `out`, kept alive by it.
+    Store* store = nullptr;
 };
 
 } // namespace Orvane
