@@ -214,8 +214,8 @@ void AffineProblem::projectNormalised(const KrGenVector<float>& v, float* out, i
     const int nc = search.getFormat().getNumChannels();
     Orvane::_bilinearRows<float>(static_cast<const unsigned char*>(search.getBuffer()),
                                  search.getBounds(), search.getStride(), nc, pb,
-                                 reinterpret_cast<unsigned char*>(out), int64_t(pb.w) * nc * 4,
-                                 full);
+                                 reinterpret_cast<unsigned char*>(out),
+                                 int64_t(pb.w) * nc * int64_t(sizeof(float)), full);
     KrGenVector<float> pixels(out, count, false);
     unbias(pixels);
 }
