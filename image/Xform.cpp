@@ -5,6 +5,8 @@
 #include "image/DatatypeSwitch.h"
 #include "image/ImageRows.h"
 #include "image/Kernel.h"
+#include "image/Rescaler.h"
+#include "image/XformRun.h"
 #include "krovel/vec/vec2.h"
 
 #include <algorithm>
@@ -17,68 +19,9 @@ namespace Orvane {
 
 namespace {
 
-// The walk over one run. Destination sample j has its centre at
-// dstX + j + 0.5; the inverse of the run's map takes that to the source
-// position s, and p = s - srcX - 0.5 is s in source sample indices (centres
-// on integers). The Gaussian is centred on p and stretched so that its zero
-// crossing at 1.5 falls `stretch` source samples away; it weighs the source
-// samples strictly inside that span, renormalised over those that exist. At
-// unit stretch a p on a sample centre picks that sample alone, so identity
-// maps and whole-pixel shifts copy exactly, and a symmetric set of weights
-// reproduces a linear ramp.
-
-// At the widest stretch of 16 the span covers at most 2 * 16 + 3 samples.
-constexpr int maxTaps = 40;
-// filt_gaussian's zero crossing, in kernel units.
-constexpr double kernelZero = 1.5;
-
-struct RunMap {
-    // s = (a o + b) / (c o + d): the adjugate of m, which is its inverse up
-    // to a factor that the homogeneous division cancels. A singular m gives
-    // non-finite positions, which cover no source samples.
-    double a, b, c, d;
-    double stretch;
-    // Affine runs (c == 0) step linearly: p = p0 + j dp, no division.
-    bool affine;
-    double p0, dp;
-    double dstCentre, srcCentre;
-
-    RunMap(const mat2& m, int dstX, int srcX)
-        : a(m(1, 1)), b(-m(0, 1)), c(-m(1, 0)), d(m(0, 0)), dstCentre(dstX + 0.5),
-          srcCentre(srcX + 0.5) {
-        // The magnitude, so a mirrored minification is filtered like any
-        // other; a NaN ratio reads as no minification.
-        double st = std::fabs(m(1, 1) / m(0, 0));
-        stretch = st >= 1.0 ? std::min(st, 16.0) : 1.0;
-        affine = c == 0.0;
-        p0 = (a * dstCentre + b) / d - srcCentre;
-        dp = a / d;
-    }
-
-    double position(int j) const {
-        if (affine)
-            return p0 + j * dp;
-        double o = dstCentre + j;
-        return (a * o + b) / (c * o + d) - srcCentre;
-    }
-
-    // Whether p lies close enough to the run for any sample to count. False
-    // for NaN, and it keeps the integer conversions below in range.
-    bool reaches(double p, int srcWidth) const {
-        return p > -stretch - 1.0 && p < srcWidth + stretch;
-    }
-    // The candidate taps; the kernel itself decides which of them count.
-    int firstTap(double p) const { return std::max(0, int(floorInt(p - stretch))); }
-    int lastTap(double p, int srcWidth) const {
-        return std::min(srcWidth - 1, int(floorInt(p + stretch)) + 1);
-    }
-
-    // floor() without the library call, for values already known in range.
-    static int64_t floorInt(double v) {
-        int64_t t = int64_t(v);
-        return t > v ? t - 1 : t;
-    }
-};
+using XformRun::kernelZero;
+using XformRun::maxTaps;
+using XformRun::RunMap;
 
 // The accumulator: 32 bits, as fixed point wants it, wherever
 // sample x weight x taps fits (255 and 65535 times 254 times 35 do); UB4
@@ -89,18 +32,6 @@ template <class T> using FixAcc = std::conditional_t<(sizeof(T) < 4), int32_t, i
 // already premultiplied), else converted to `premult`.
 Image premultiplied(const Image& img, const Format& premult) {
     return img.getFormat().isPremult() ? img : convert(img, premult);
-}
-
-// round(lo - param) and round(hi + param) - that, checked to fit an image.
-bool outputRange(double lo, double hi, double param, int& start, int& size) {
-    const double limit = 1073741824.0;
-    double a = std::round(lo - param);
-    double b = std::round(hi + param);
-    if (!(a > -limit && a < limit && b > -limit && b < limit))
-        return false;
-    start = int(a);
-    size = std::max(0, int(b) - start);
-    return true;
 }
 
 } // namespace
@@ -160,40 +91,16 @@ template <class T>
 void floatmap(const unsigned char* src, int srcStep, int srcX, int srcWidth, unsigned char* dst,
               int dstStep, int dstX, int dstWidth, int nc, const mat2& m) {
     const RunMap run(m, dstX, srcX);
-    const kernel<float>& kern = getFloatKern();
-    const double kscale = kernelZero / run.stretch;
-    const double steps = double(1 << kern.bits);
-    const int centre = -kern.first;
-
-    int64_t offset[maxTaps];
+    int index[maxTaps];
     double weight[maxTaps];
     for (int j = 0; j < dstWidth; ++j) {
         T* out = reinterpret_cast<T*>(dst + int64_t(j) * dstStep);
-        const double p = run.position(j);
-        int n = 0;
-        double sum = 0.0;
-        if (run.reaches(p, srcWidth)) {
-            const int last = run.lastTap(p, srcWidth);
-            for (int i = run.firstTap(p); i <= last; ++i) {
-                const double k = std::fabs(i - p) * kscale;
-                if (k >= kernelZero)
-                    continue;
-                const double w = kern.table[centre + int(k * steps + 0.5)];
-                offset[n] = int64_t(i) * srcStep;
-                weight[n++] = w;
-                sum += w;
-            }
-        }
-        // Normalised once per sample rather than once per channel; a lone
-        // tap then weighs exactly 1 and copies its sample unchanged.
-        if (sum != 0.0) {
-            for (int t = 0; t < n; ++t)
-                weight[t] /= sum;
-        }
+        const int n = XformRun::floatTaps(run, j, srcWidth, index, weight);
         for (int ch = 0; ch < nc; ++ch) {
             double acc = 0.0;
             for (int t = 0; t < n; ++t)
-                acc += double(reinterpret_cast<const T*>(src + offset[t])[ch]) * weight[t];
+                acc += double(reinterpret_cast<const T*>(src + int64_t(index[t]) * srcStep)[ch]) *
+                       weight[t];
             out[ch] = T(acc);
         }
     }
@@ -238,15 +145,8 @@ struct Pass {
 Pass beginPass(const Image& img, const mat3& m, double param, bool horizontal,
                const char* rangeError) {
     const GenRect<int> b = img.getBounds();
-    const vec2 corners[4] = {m * vec2(b.x, b.y), m * vec2(b.x + b.w, b.y), m * vec2(b.x, b.y + b.h),
-                             m * vec2(b.x + b.w, b.y + b.h)};
-    double lo = horizontal ? corners[0].x : corners[0].y, hi = lo;
-    for (const vec2& c : corners) {
-        lo = std::min(lo, horizontal ? c.x : c.y);
-        hi = std::max(hi, horizontal ? c.x : c.y);
-    }
     int start, size;
-    if (!outputRange(lo, hi, param, start, size))
+    if (!XformRun::passRange(b, m, param, horizontal, start, size))
         throw IllegalArgumentException(rangeError);
 
     Format f = img.getFormat();
@@ -323,6 +223,10 @@ Image xform(Image img, mat3& m, double param) {
 }
 
 Image scale(Image img, double sx, double sy) {
+    // The same samples, from weights worked out once per pass.
+    Rescaler rescaler(sx, sy);
+    if (rescaler.supports(img))
+        return rescaler.apply(img);
     mat3 m = scaling2D(vec2(sx, sy));
     return xform(img, m, 0.0);
 }

@@ -3,8 +3,11 @@
 #include "base/Exception.h"
 #include "image/DatatypeSwitch.h"
 
+#include <immintrin.h>
+
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <type_traits>
 
 namespace Orvane {
@@ -23,14 +26,26 @@ struct Tap {
 // the last (fraction 1). Positions far outside, and NaN, saturate before
 // the integer conversion so they clamp like any other outside position.
 inline Tap resolve(float s, int origin, int64_t lastPair) {
-    float fl = std::floor(s);
+    float fl;
     int64_t i;
-    if (!(fl > -1e9f))
-        i = -1000000000;
-    else if (fl > 1e9f)
-        i = 1000000000;
-    else
-        i = static_cast<int64_t>(fl);
+    if (s > -1e9f && s < 1e9f) {
+        // floor() by truncation, without the library call: below 2^23 the
+        // truncated value is exact in float, above it s is whole already.
+        i = static_cast<int64_t>(s);
+        fl = static_cast<float>(i);
+        if (fl > s) {
+            fl -= 1.0f;
+            --i;
+        }
+    } else {
+        fl = std::floor(s);
+        if (!(fl > -1e9f))
+            i = -1000000000;
+        else if (fl > 1e9f)
+            i = 1000000000;
+        else
+            i = static_cast<int64_t>(fl);
+    }
     i -= origin;
     Tap t{i, i >= 0 ? s - fl : 0.0f};
     if (t.index < 0)
@@ -40,6 +55,145 @@ inline Tap resolve(float s, int origin, int64_t lastPair) {
         t.frac = 1.0f;
     }
     return t;
+}
+
+// The warp's setup and its per-pixel arithmetic, shared by the plain loop and
+// the vector one, which hands back the blocks it cannot take.
+template <class S> struct RowWarp {
+    const unsigned char* src;
+    GenRect<int> sb;
+    int64_t srcStride;
+    int nc;
+    float a, b, c, d, e, f;
+    // A source one pixel wide or high blends the pixel with itself.
+    int64_t lastCol, lastRow, colStep, rowStep;
+
+    RowWarp(const unsigned char* src, const GenRect<int>& sb, int64_t srcStride, int nc,
+            const float (&m)[6])
+        : src(src), sb(sb), srcStride(srcStride), nc(nc), a(m[0]), b(m[1]), c(m[2]), d(m[3]),
+          e(m[4]), f(m[5]), lastCol(sb.w >= 2 ? sb.w - 2 : 0), lastRow(sb.h >= 2 ? sb.h - 2 : 0),
+          colStep(sb.w >= 2 ? nc : 0), rowStep(sb.h >= 2 ? srcStride : 0) {}
+
+    // Pixels x0 to x1 - 1 of row y into out (nc floats each). The products
+    // that depend on the row only are formed once; the sums keep their order.
+    void pixels(int y, int x0, int x1, float* out) const {
+        const float cy = static_cast<float>(y) + 0.5f;
+        const float bcy = b * cy;
+        const float ecy = e * cy;
+        for (int x = x0; x < x1; ++x, out += nc) {
+            const float cx = static_cast<float>(x) + 0.5f;
+            const float sx = a * cx + bcy + c - 0.5f;
+            const float sy = d * cx + ecy + f - 0.5f;
+            const Tap tx = resolve(sx, sb.x, lastCol);
+            const Tap ty = resolve(sy, sb.y, lastRow);
+            const float fx = tx.frac, gx = 1.0f - tx.frac;
+            const float fy = ty.frac, gy = 1.0f - ty.frac;
+            const unsigned char* row0 = src + ty.index * srcStride;
+            const S* p00 = reinterpret_cast<const S*>(row0) + tx.index * nc;
+            const S* p10 = p00 + colStep;
+            const S* p01 = reinterpret_cast<const S*>(row0 + rowStep) + tx.index * nc;
+            const S* p11 = p01 + colStep;
+            for (int k = 0; k < nc; ++k)
+                out[k] = static_cast<float>(p11[k] * fx * fy + p01[k] * gx * fy + p10[k] * fx * gy +
+                                            p00[k] * gx * gy);
+        }
+    }
+};
+
+#define TAVRIX_AVX2 __attribute__((target("avx2")))
+
+bool avx2Present() {
+    static const bool present = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx2") != 0;
+    }();
+    return present;
+}
+
+// The vector loop takes one-channel float sources of at least 2 by 2 pixels
+// whose rows are whole floats apart and whose offsets, and the positions
+// around them, fit 32-bit lanes; anything else stays on the plain loop.
+bool bilinearAvx2Takes(const GenRect<int>& sb, int64_t srcStride, int nc, const GenRect<int>& db) {
+    const int64_t limit = int64_t(1) << 29;
+    return avx2Present() && nc == 1 && sb.w >= 2 && sb.h >= 2 && db.w >= 8 &&
+           srcStride % int64_t(sizeof(float)) == 0 && srcStride > 0 &&
+           srcStride / int64_t(sizeof(float)) * sb.h < limit && std::abs(int64_t(sb.x)) < limit &&
+           std::abs(int64_t(sb.y)) < limit && std::abs(int64_t(db.x)) < limit &&
+           std::abs(int64_t(db.x) + db.w) < limit;
+}
+
+// resolve() on eight positions at once, for positions inside ±1e9: the
+// floor by truncation and compare, then the clamps. Returns the indices and
+// sets the fractions.
+TAVRIX_AVX2 inline __m256i resolve8(__m256 s, int origin, int lastPair, __m256& frac) {
+    const __m256i t = _mm256_cvttps_epi32(s);
+    const __m256 truncated = _mm256_cvtepi32_ps(t);
+    const __m256 above = _mm256_cmp_ps(truncated, s, _CMP_GT_OQ);
+    const __m256 fl = _mm256_sub_ps(truncated, _mm256_and_ps(above, _mm256_set1_ps(1.0f)));
+    // The mask is -1 where the truncation was above: adding it steps down.
+    __m256i i = _mm256_add_epi32(t, _mm256_castps_si256(above));
+    i = _mm256_sub_epi32(i, _mm256_set1_epi32(origin));
+    const __m256i negative = _mm256_cmpgt_epi32(_mm256_setzero_si256(), i);
+    frac = _mm256_andnot_ps(_mm256_castsi256_ps(negative), _mm256_sub_ps(s, fl));
+    i = _mm256_max_epi32(i, _mm256_setzero_si256());
+    const __m256i last = _mm256_set1_epi32(lastPair);
+    const __m256i beyond = _mm256_cmpgt_epi32(i, last);
+    frac = _mm256_blendv_ps(frac, _mm256_set1_ps(1.0f), _mm256_castsi256_ps(beyond));
+    return _mm256_min_epi32(i, last);
+}
+
+// Eight pixels a step, each lane doing the plain loop's float operations in
+// the same order, so every sample comes out the same to the bit. A block
+// with a position beyond ±1e9 (or NaN) goes through the plain loop. Rows
+// are at least eight pixels long.
+TAVRIX_AVX2 void bilinearRowAvx2(const RowWarp<float>& w, int y, int x0, int x1, float* out) {
+    const float cy = static_cast<float>(y) + 0.5f;
+    const __m256 bcy = _mm256_set1_ps(w.b * cy);
+    const __m256 ecy = _mm256_set1_ps(w.e * cy);
+    const __m256 a = _mm256_set1_ps(w.a), c = _mm256_set1_ps(w.c);
+    const __m256 d = _mm256_set1_ps(w.d), f = _mm256_set1_ps(w.f);
+    const __m256 half = _mm256_set1_ps(0.5f), one = _mm256_set1_ps(1.0f);
+    const __m256 low = _mm256_set1_ps(-1e9f), high = _mm256_set1_ps(1e9f);
+    const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const int rowFloats = int(w.srcStride / int64_t(sizeof(float)));
+    const __m256i rowStep = _mm256_set1_epi32(rowFloats);
+    const float* base = reinterpret_cast<const float*>(w.src);
+    // The last block ends at x1, overlapping the one before: its pixels come
+    // out the same either time, so no pixel is left to the plain loop.
+    for (int x = x0; x < x1; x += 8, out += 8) {
+        if (x + 8 > x1) {
+            out -= x + 8 - x1;
+            x = x1 - 8;
+        }
+        const __m256 cx =
+            _mm256_add_ps(_mm256_cvtepi32_ps(_mm256_add_epi32(_mm256_set1_epi32(x), lanes)), half);
+        const __m256 sx =
+            _mm256_sub_ps(_mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(a, cx), bcy), c), half);
+        const __m256 sy =
+            _mm256_sub_ps(_mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(d, cx), ecy), f), half);
+        const __m256 inside = _mm256_and_ps(
+            _mm256_and_ps(_mm256_cmp_ps(sx, low, _CMP_GT_OQ), _mm256_cmp_ps(sx, high, _CMP_LT_OQ)),
+            _mm256_and_ps(_mm256_cmp_ps(sy, low, _CMP_GT_OQ), _mm256_cmp_ps(sy, high, _CMP_LT_OQ)));
+        if (_mm256_movemask_ps(inside) != 0xff) {
+            w.pixels(y, x, x + 8, out);
+            continue;
+        }
+        __m256 fx, fy;
+        const __m256i ix = resolve8(sx, w.sb.x, int(w.lastCol), fx);
+        const __m256i iy = resolve8(sy, w.sb.y, int(w.lastRow), fy);
+        const __m256 gx = _mm256_sub_ps(one, fx), gy = _mm256_sub_ps(one, fy);
+        const __m256i i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
+        const __m256i i01 = _mm256_add_epi32(i00, rowStep);
+        const __m256 p00 = _mm256_i32gather_ps(base, i00, 4);
+        const __m256 p10 = _mm256_i32gather_ps(base + 1, i00, 4);
+        const __m256 p01 = _mm256_i32gather_ps(base, i01, 4);
+        const __m256 p11 = _mm256_i32gather_ps(base + 1, i01, 4);
+        __m256 v = _mm256_mul_ps(_mm256_mul_ps(p11, fx), fy);
+        v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p01, gx), fy));
+        v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p10, fx), gy));
+        v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p00, gx), gy));
+        _mm256_storeu_ps(out, v);
+    }
 }
 
 template <class D> void warp(const Image& src, const Image& dst, const KrGenMatrix<D>& m) {
@@ -56,15 +210,39 @@ template <class D> void warp(const Image& src, const Image& dst, const KrGenMatr
 
 } // namespace
 
+template <class S>
+void _bilinearRows(const unsigned char* src, const GenRect<int>& sb, int64_t srcStride, int nc,
+                   const GenRect<int>& db, unsigned char* dst, int64_t dstStride,
+                   const float (&m)[6]) {
+    const RowWarp<S> warp(src, sb, srcStride, nc, m);
+    bool vector = false;
+    if constexpr (std::is_same<S, float>::value)
+        vector = bilinearAvx2Takes(sb, srcStride, nc, db);
+    for (int y = db.y; y < db.y + db.h; ++y, dst += dstStride) {
+        float* out = reinterpret_cast<float*>(dst);
+        if constexpr (std::is_same<S, float>::value) {
+            if (vector) {
+                bilinearRowAvx2(warp, y, db.x, db.x + db.w, out);
+                continue;
+            }
+        }
+        warp.pixels(y, db.x, db.x + db.w, out);
+    }
+}
+
+template void _bilinearRows<float>(const unsigned char*, const GenRect<int>&, int64_t, int,
+                                   const GenRect<int>&, unsigned char*, int64_t,
+                                   const float (&)[6]);
+template void _bilinearRows<double>(const unsigned char*, const GenRect<int>&, int64_t, int,
+                                    const GenRect<int>&, unsigned char*, int64_t,
+                                    const float (&)[6]);
+
 template <class S, class D>
 void _xform_bilinear(const Image& src, const Image& dst, const KrGenMatrix<D>& m,
                      float* dstBuffer) {
-    const float a = static_cast<float>(m(0, 0));
-    const float b = static_cast<float>(m(0, 1));
-    const float c = static_cast<float>(m(0, 2));
-    const float d = static_cast<float>(m(1, 0));
-    const float e = static_cast<float>(m(1, 1));
-    const float f = static_cast<float>(m(1, 2));
+    const float elements[6] = {static_cast<float>(m(0, 0)), static_cast<float>(m(0, 1)),
+                               static_cast<float>(m(0, 2)), static_cast<float>(m(1, 0)),
+                               static_cast<float>(m(1, 1)), static_cast<float>(m(1, 2))};
 
     const Format& dstfmt = dst.getFormat();
     const int nc = src.getFormat().getNumChannels();
@@ -85,40 +263,8 @@ void _xform_bilinear(const Image& src, const Image& dst, const KrGenMatrix<D>& m
         }
         return;
     }
-
-    const unsigned char* srcBase = static_cast<const unsigned char*>(src.getBuffer());
-    const int64_t srcStride = src.getStride();
-    // A source one pixel wide or high blends the pixel with itself.
-    const int64_t lastCol = sb.w >= 2 ? sb.w - 2 : 0;
-    const int64_t lastRow = sb.h >= 2 ? sb.h - 2 : 0;
-    const int64_t colStep = sb.w >= 2 ? nc : 0;
-    const int64_t rowStep = sb.h >= 2 ? srcStride : 0;
-
-    for (int y = db.y; y < db.y + db.h; ++y, dstRow += dstStride) {
-        // The matrix products that depend on the row only, so each pixel
-        // costs two multiplies; the sums keep their order.
-        const float cy = static_cast<float>(y) + 0.5f;
-        const float bcy = b * cy;
-        const float ecy = e * cy;
-        float* out = reinterpret_cast<float*>(dstRow);
-        for (int x = db.x; x < db.x + db.w; ++x, out += nc) {
-            const float cx = static_cast<float>(x) + 0.5f;
-            const float sx = a * cx + bcy + c - 0.5f;
-            const float sy = d * cx + ecy + f - 0.5f;
-            const Tap tx = resolve(sx, sb.x, lastCol);
-            const Tap ty = resolve(sy, sb.y, lastRow);
-            const float fx = tx.frac, gx = 1.0f - tx.frac;
-            const float fy = ty.frac, gy = 1.0f - ty.frac;
-            const unsigned char* row0 = srcBase + ty.index * srcStride;
-            const S* p00 = reinterpret_cast<const S*>(row0) + tx.index * nc;
-            const S* p10 = p00 + colStep;
-            const S* p01 = reinterpret_cast<const S*>(row0 + rowStep) + tx.index * nc;
-            const S* p11 = p01 + colStep;
-            for (int k = 0; k < nc; ++k)
-                out[k] = static_cast<float>(p11[k] * fx * fy + p01[k] * gx * fy + p10[k] * fx * gy +
-                                            p00[k] * gx * gy);
-        }
-    }
+    _bilinearRows<S>(static_cast<const unsigned char*>(src.getBuffer()), sb, src.getStride(), nc,
+                     db, dstRow, dstStride, elements);
 }
 
 template void _xform_bilinear<float, float>(const Image&, const Image&, const KrGenMatrix<float>&,

@@ -3,6 +3,8 @@
 #include "image/Image.h"
 #include "krovel/KrGenMatrix.h"
 
+#include <cstdint>
+
 namespace Orvane {
 
 /// Fills every pixel of `dst` by bilinear sampling of `src` at the position
@@ -18,6 +20,16 @@ namespace Orvane {
 /// ("nc == dstfmt.getNumChannels()"). All are IllegalArgumentException.
 void xform_bilinear(Image src, Image dst, const KrGenMatrix<float>& m);
 void xform_bilinear(Image src, Image dst, const KrGenMatrix<double>& m);
+
+/// The warp's sampling over raw rows, for callers that keep their own
+/// buffers: `src` addresses the source pixel (sb.x, sb.y), rows `srcStride`
+/// bytes apart, `nc` channels interleaved; `dst` receives rows of db.w · nc
+/// floats, `dstStride` bytes apart; `m` is the 2x3 matrix, row-major. The
+/// source must not be empty. S is float or double.
+template <class S>
+void _bilinearRows(const unsigned char* src, const GenRect<int>& sb, int64_t srcStride, int nc,
+                   const GenRect<int>& db, unsigned char* dst, int64_t dstStride,
+                   const float (&m)[6]);
 
 /// The warp for source samples S and matrix elements D; `dstBuffer` is the
 /// first float of `dst`.

@@ -5,6 +5,7 @@
 #include "image/Format.h"
 #include "image/ImageRows.h"
 #include "image/Xform.h"
+#include "image/XformBilinear.h"
 #include "krovel/AffineWarp.h"
 #include "krovel/KrLMSolver.h"
 #include "krovel/KrMatrixError.h"
@@ -111,6 +112,14 @@ KrGenVector<float> wrapPixels(const Orvane::Image& img) {
 const float kStep = 0.001f;
 const int kCoarsePixels = 325;
 
+// The warp goes straight into its destination when the general warp would
+// do nothing else: a FLOAT search image with pixels. Anything else takes the
+// general path and its errors.
+bool warpsDirectly(const Orvane::Image& search) {
+    const Orvane::GenRect<int>& sb = search.getBounds();
+    return search.getFormat().getDatatype() == Orvane::FLOAT && sb.w >= 1 && sb.h >= 1;
+}
+
 } // namespace
 
 int AffineProblem::xlength() const {
@@ -192,9 +201,36 @@ void AffineProblem::project(const KrGenVector<float>& v, Orvane::Image& src,
     Orvane::xform_bilinear<float>(src, dst, m, centre, anchor);
 }
 
+void AffineProblem::projectNormalised(const KrGenVector<float>& v, float* out, int count) const {
+    float elements[6];
+    KrGenMatrix<float> m(elements, 2, 3, KrGenMatrix<float>::RowMajor);
+    getMatrix(v, m);
+    float full[6];
+    // The second point is the centre, the first the anchor, as in project.
+    Orvane::centredMatrix(m, centre, anchor, full);
+    const Orvane::GenRect<int>& pb = pattern.getBounds();
+    const int nc = search.getFormat().getNumChannels();
+    Orvane::_bilinearRows<float>(static_cast<const unsigned char*>(search.getBuffer()),
+                                 search.getBounds(), search.getStride(), nc, pb,
+                                 reinterpret_cast<unsigned char*>(out),
+                                 int64_t(pb.w) * nc * int64_t(sizeof(float)), full);
+    KrGenVector<float> pixels(out, count, false);
+    unbias(pixels);
+}
+
 void AffineProblem::setX(const KrGenVector<float>& v) {
-    x = v;
+    // A private copy: a solver that sees its trial vector unshared reuses it.
+    if (x.length() != v.length() || x.refCount() != 1)
+        x = KrGenVector<float>(v.length());
+    x.set(v);
     projected.allocate(pattern.getBounds(), search.getFormat());
+    const Orvane::GenRect<int>& b = projected.getBounds();
+    if (warpsDirectly(search) && b.w > 0 && b.h > 0) {
+        float* pixels;
+        projected.getBuffer(pixels);
+        projectNormalised(x, pixels, search.getFormat().getNumChannels() * b.w * b.h);
+        return;
+    }
     project(x, search, projected);
     projected = Orvane::convertToDatatype(projected, Orvane::FLOAT);
     KrGenVector<float> pixels = wrapPixels(projected);
@@ -212,15 +248,22 @@ void AffineProblem::evalDy(KrGenMatrix<float>& dy) {
     dy.resize(count, n, KrGenMatrix<float>::AnyLayout);
     const float* base = current.data();
     const ptrdiff_t rowStep = dy.rowStride();
+    const bool direct = warpsDirectly(search) && count > 0;
 
     trialX.resize(x.length());
+    if (direct)
+        trialY.resize(count);
     for (int j = 0; j < n; ++j) {
         trialX.set(x);
         trialX(j) += kStep;
-        trial.allocate(pattern.getBounds(), search.getFormat());
-        project(trialX, search, trial);
-        flattenImage(Orvane::convertToDatatype(trial, Orvane::FLOAT), trialY);
-        unbias(trialY);
+        if (direct) {
+            projectNormalised(trialX, trialY.data(), count);
+        } else {
+            trial.allocate(pattern.getBounds(), search.getFormat());
+            project(trialX, search, trial);
+            flattenImage(Orvane::convertToDatatype(trial, Orvane::FLOAT), trialY);
+            unbias(trialY);
+        }
         const float* moved = trialY.data();
         float* column = dy.data() + ptrdiff_t(j) * dy.colStride();
         for (int i = 0; i < count; ++i)
@@ -228,55 +271,65 @@ void AffineProblem::evalDy(KrGenMatrix<float>& dy) {
     }
 }
 
+void AffineProblem::solveHalfSize() {
+    if (!half)
+        half.reset(new AffineProblem());
+    half->xform = xform;
+    half->pattern = halvePattern.supports(pattern) ? halvePattern.apply(pattern)
+                                                   : Orvane::scale(pattern, 0.5, 0.5);
+    half->search =
+        halveSearch.supports(search) ? halveSearch.apply(search) : Orvane::scale(search, 0.5, 0.5);
+    half->anchor = Orvane::GenPoint<float>(anchor.x * 0.5f, anchor.y * 0.5f);
+    half->centre = Orvane::GenPoint<float>(centre.x * 0.5f, centre.y * 0.5f);
+    half->useTranslation = useTranslation;
+    half->useRotation = useRotation;
+    half->useScale = useScale;
+    half->useStretch = useStretch;
+    half->coarseToFine = true;
+    half->execute();
+    halfIterations = half->iterations + half->halfIterations;
+    // The translation comes back in half-size pixels and is kept as it is:
+    // the full-size solve starts from half the offset and finishes it.
+    xform.tx = float(2.0 * half->xform.tx * 0.5);
+    xform.ty = float(2.0 * half->xform.ty * 0.5);
+    xform.ro = half->xform.ro;
+    xform.sc = half->xform.sc;
+    xform.st0 = half->xform.st0;
+    xform.st1 = half->xform.st1;
+}
+
 void AffineProblem::execute() {
     const Orvane::GenRect<int> bounds = pattern.getBounds();
-    if (coarseToFine && bounds.w * bounds.h >= kCoarsePixels) {
-        AffineProblem half;
-        half.xform = xform;
-        half.pattern = Orvane::scale(pattern, 0.5, 0.5);
-        half.search = Orvane::scale(search, 0.5, 0.5);
-        half.anchor = Orvane::GenPoint<float>(anchor.x * 0.5f, anchor.y * 0.5f);
-        half.centre = Orvane::GenPoint<float>(centre.x * 0.5f, centre.y * 0.5f);
-        half.useTranslation = useTranslation;
-        half.useRotation = useRotation;
-        half.useScale = useScale;
-        half.useStretch = useStretch;
-        half.execute();
-        // The translation comes back in half-size pixels and is kept as it
-        // is: the full-size solve starts from half the offset and finishes it.
-        xform.tx = float(2.0 * half.xform.tx * 0.5);
-        xform.ty = float(2.0 * half.xform.ty * 0.5);
-        xform.ro = half.xform.ro;
-        xform.sc = half.xform.sc;
-        xform.st0 = half.xform.st0;
-        xform.st1 = half.xform.st1;
-    }
+    iterations = 0;
+    halfIterations = 0;
+    if (coarseToFine && bounds.w * bounds.h >= kCoarsePixels)
+        solveHalfSize();
 
-    projected = Orvane::Image(bounds, pattern.getFormat());
-    KrLMSolver solver;
+    projected.allocate(bounds, pattern.getFormat());
     solver.setProblem(this);
 
-    KrGenVector<float> goal;
     flattenImage(pattern, goal);
     unbias(goal);
     solver.setGoal(goal);
-    solver.setState(initState());
-    KrGenVector<float> trust;
+    pack(state, xform);
+    solver.setState(state);
     pack(trust, getTrust());
     solver.setTrust(trust);
     solver.solve();
+    iterations = solver.getIterations();
 
-    KrGenVector<float> state = solver.getState();
-    setX(state);
+    setX(solver.getState());
     unpack(x, xform);
 
-    KrGenMatrix<float> m;
-    xform.getMatrix(m);
-    resultTx = m(0, 2);
-    resultTy = m(1, 2);
-    linear = m(KrAll(), KrRange(0, 1));
+    // A caller may hold the last result's linear part: it keeps its values.
+    if (result.refCount() > 2)
+        result = KrGenMatrix<float>();
+    xform.getMatrix(result);
+    resultTx = result(0, 2);
+    resultTy = result(1, 2);
+    if (linear.data() != result.data())
+        linear = result(KrAll(), KrRange(0, 1));
 
-    KrGenVector<float> y;
-    evalY(y);
-    quality = float(covariance(y, goal));
+    evalY(output);
+    quality = float(covariance(output, goal));
 }

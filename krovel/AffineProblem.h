@@ -2,10 +2,14 @@
 
 #include "image/GenRect.h"
 #include "image/Image.h"
+#include "image/Rescaler.h"
 #include "krovel/AffineTransform.h"
 #include "krovel/KrGenMatrix.h"
 #include "krovel/KrGenVector.h"
 #include "krovel/KrLMProblem.h"
+#include "krovel/KrLMSolver.h"
+
+#include <memory>
 
 /// Copies the samples of `img` into `v` as floats, row by row with the
 /// channels interleaved as stored, skipping each row's padding; `v` is
@@ -42,6 +46,12 @@ template <class T, class D> void _flattenImage(const Orvane::Image& img, KrGenVe
 /// `getLinear` and `getQuality`. The search image must be FLOAT (the warp
 /// writes float pixels in the search image's format) with the pattern's
 /// channel count; the pattern may be of any datatype.
+///
+/// A problem keeps its working storage (the half-size problem and its
+/// images, the solver, the vectors and matrices) from one `execute` to the
+/// next, so a driver that holds one problem per track and executes it again
+/// with images of the same sizes allocates nothing in the solve. The
+/// results do not depend on what an earlier `execute` left behind.
 class AffineProblem : public KrLMProblem {
 public:
     /// All four parameter groups free, coarse to fine on, identity start.
@@ -71,6 +81,7 @@ public:
     void setSearch(const Orvane::Image& img) { search = img; }
     const Orvane::Image& getSearch() const { return search; }
     /// The search image at the current parameters, float and normalised.
+    /// Its store is reused by later calls: copy it to keep its pixels.
     const Orvane::Image& getProjected() const { return projected; }
 
     /// The point of the pattern that the transform turns about.
@@ -132,8 +143,17 @@ public:
     /// After `execute`: the correlation coefficient of the warped search
     /// image with the pattern, 1 for a perfect match.
     float getQuality() const { return quality; }
+    /// After `execute`: the solver's trials at full size, and those of the
+    /// half-size solves before it (0 when none ran).
+    int getIterations() const { return iterations; }
+    int getHalfSizeIterations() const { return halfIterations; }
 
 private:
+    // The warp and normalisation of setX and evalDy, written straight into
+    // `out` (count floats, rows without padding) for a FLOAT search image.
+    void projectNormalised(const KrGenVector<float>& v, float* out, int count) const;
+    // Step 1 of execute: the half-size solve and the start it gives.
+    void solveHalfSize();
     Orvane::Image pattern;
     Orvane::Image search;
     Orvane::Image projected;
@@ -157,4 +177,17 @@ private:
     // Reused by evalDy across parameters and iterations.
     KrGenVector<float> trialX;
     KrGenVector<float> trialY;
+
+    // Kept from execute to execute; see the class comment.
+    std::unique_ptr<AffineProblem> half;
+    Orvane::Rescaler halvePattern{0.5, 0.5};
+    Orvane::Rescaler halveSearch{0.5, 0.5};
+    KrLMSolver solver;
+    KrGenVector<float> goal;
+    KrGenVector<float> state;
+    KrGenVector<float> trust;
+    KrGenVector<float> output;
+    KrGenMatrix<float> result;
+    int iterations = 0;
+    int halfIterations = 0;
 };

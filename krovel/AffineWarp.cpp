@@ -64,19 +64,29 @@ template Orvane::GenPoint<double> transform2x3(const KrGenMatrix<double>&,
 namespace Orvane {
 
 template <class T>
-void xform_bilinear(Image src, Image dst, const KrGenMatrix<T>& m, const GenPoint<float>& centre,
-                    const GenPoint<float>& anchor) {
+void centredMatrix(const KrGenMatrix<T>& m, const GenPoint<float>& centre,
+                   const GenPoint<float>& anchor, T (&out)[6]) {
     T toCentre[6] = {1, 0, T(centre.x), 0, 1, T(centre.y)};
     T fromAnchor[6] = {1, 0, -T(anchor.x), 0, 1, -T(anchor.y)};
-    T composed[6];
     KrGenMatrix<T> c = stackMatrix(toCentre);
     KrGenMatrix<T> a = stackMatrix(fromAnchor);
-    KrGenMatrix<T> full = stackMatrix(composed);
+    KrGenMatrix<T> full = stackMatrix(out);
     multiply2x3(c, m, full);
     multiply2x3(full, a, full);
-    xform_bilinear(src, dst, full);
 }
 
+template <class T>
+void xform_bilinear(Image src, Image dst, const KrGenMatrix<T>& m, const GenPoint<float>& centre,
+                    const GenPoint<float>& anchor) {
+    T composed[6];
+    centredMatrix(m, centre, anchor, composed);
+    xform_bilinear(src, dst, stackMatrix(composed));
+}
+
+template void centredMatrix(const KrGenMatrix<float>&, const GenPoint<float>&,
+                            const GenPoint<float>&, float (&)[6]);
+template void centredMatrix(const KrGenMatrix<double>&, const GenPoint<float>&,
+                            const GenPoint<float>&, double (&)[6]);
 template void xform_bilinear(Image, Image, const KrGenMatrix<float>&, const GenPoint<float>&,
                              const GenPoint<float>&);
 template void xform_bilinear(Image, Image, const KrGenMatrix<double>&, const GenPoint<float>&,

@@ -23,6 +23,13 @@ Orvane::GenPoint<T> transform2x3(const KrGenMatrix<T>& m, const Orvane::GenPoint
 
 namespace Orvane {
 
+/// The matrix that the warp about two points applies, translate(centre) · m ·
+/// translate(−anchor), formed in T as that warp forms it, into the six
+/// elements of `out`, row-major.
+template <class T>
+void centredMatrix(const KrGenMatrix<T>& m, const GenPoint<float>& centre,
+                   const GenPoint<float>& anchor, T (&out)[6]);
+
 /// The bilinear warp about two points: fills `dst` from `src` through
 /// translate(centre) · m · translate(−anchor), so that m maps offsets from
 /// `anchor` in dst's coordinates to offsets from `centre` in src's. The

@@ -40,44 +40,67 @@ bool square(int rows, int cols) {
     return false;
 }
 
-template <class Lapack, class T> KrGenMatrix<T> invert(const KrGenMatrix<T>& a) {
+template <class T> struct LapackOf;
+template <> struct LapackOf<float> { using type = FloatLapack; };
+template <> struct LapackOf<double> { using type = DoubleLapack; };
+
+} // namespace
+
+template <class T> const KrGenMatrix<T>& KrInverter<T>::invert(const KrGenMatrix<T>& a) {
+    using Lapack = typename LapackOf<T>::type;
     const int m = a.rows();
     const int n = a.cols();
-    KrGenMatrix<T> r = a.copy(KrGenMatrix<T>::ColumnMajor);
+    result.resize(m, n, KrGenMatrix<T>::ColumnMajor);
+    result.set(a);
     if (!square(m, n) || n <= 0)
-        return r;
-    KrGenVector<int> pivots(n, 0);
+        return result;
+    pivots.resize(n);
     int info = 0;
-    Lapack::getrf(&m, &n, r.data(), &m, pivots.data(), &info);
+    Lapack::getrf(&m, &n, result.data(), &m, pivots.data(), &info);
     if (info < 0)
         KrMatrixError::err("%s", Lapack::getrfName);
     else if (info > 0)
         KrMatrixError::err("inverse: singular matrix");
 
-    T size = 0;
-    int lwork = -1;
-    Lapack::getri(&n, r.data(), &m, pivots.data(), &size, &lwork, &info);
-    // Both precisions share the double form's text.
-    if (info < 0)
-        KrMatrixError::err("dgetri workspace query");
-    lwork = int(size);
-    KrGenVector<T> work(lwork > 1 ? lwork : 1, T(0));
-    Lapack::getri(&n, r.data(), &m, pivots.data(), work.data(), &lwork, &info);
+    // The optimal workspace depends on the size alone, so it is asked for
+    // once per size; a workspace query never touches the matrix.
+    if (queried != n) {
+        T size = 0;
+        int query = -1;
+        Lapack::getri(&n, result.data(), &m, pivots.data(), &size, &query, &info);
+        // Both precisions share the double form's text.
+        if (info < 0)
+            KrMatrixError::err("dgetri workspace query");
+        lwork = int(size);
+        work.resize(lwork > 1 ? lwork : 1);
+        queried = n;
+    }
+    Lapack::getri(&n, result.data(), &m, pivots.data(), work.data(), &lwork, &info);
     if (info < 0)
         KrMatrixError::err("%s", Lapack::getriName);
     else if (info > 0)
         KrMatrixError::err("inverse: singular matrix");
-    return r;
+    return result;
+}
+
+template class KrInverter<float>;
+template class KrInverter<double>;
+
+namespace {
+
+template <class T> KrGenMatrix<T> invert(const KrGenMatrix<T>& a) {
+    KrInverter<T> inverter;
+    return inverter.invert(a);
 }
 
 } // namespace
 
 KrGenMatrix<float> inverse(const KrGenMatrix<float>& a) {
-    return invert<FloatLapack>(a);
+    return invert(a);
 }
 
 KrGenMatrix<double> inverse(const KrGenMatrix<double>& a) {
-    return invert<DoubleLapack>(a);
+    return invert(a);
 }
 
 double determinant(const KrGenMatrix<double>& a) {

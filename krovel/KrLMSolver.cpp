@@ -58,8 +58,7 @@ void _pairSums(const float* dy, ptrdiff_t rs, ptrdiff_t cs, int ny, int nx, doub
 
 // A(k, j) = A(j, k) = Σᵢ dy(i, k)·dy(i, j). The affine refinement has at
 // most six parameters; a fixed count lets the sums live in registers.
-void normalMatrix(const KrGenMatrix<float>& dy, int ny, int nx, double* sums,
-                  KrGenMatrix<float>& a) {
+void pairSums(const KrGenMatrix<float>& dy, int ny, int nx, double* sums) {
     const float* p = dy.data();
     const ptrdiff_t rs = dy.rowStride();
     const ptrdiff_t cs = dy.colStride();
@@ -86,6 +85,10 @@ void normalMatrix(const KrGenMatrix<float>& dy, int ny, int nx, double* sums,
         _pairSums<0>(p, rs, cs, ny, nx, sums);
         break;
     }
+}
+
+// The normal matrix from its pair sums.
+void normalMatrix(const double* sums, int nx, KrGenMatrix<float>& a) {
     // A non-finite float product makes its double sum non-finite, and finite
     // float products cannot overflow a double sum, so checking each sum once
     // is checking every product and every partial sum.
@@ -102,19 +105,46 @@ void normalMatrix(const KrGenMatrix<float>& dy, int ny, int nx, double* sums,
 
 // g[j] = Σᵢ dy(i, j)·(goal[i] − y[i]), each term added in double and the
 // running value stored back as float.
+template <int N>
+void _gradient(const float* dy, ptrdiff_t rs, ptrdiff_t cs, const float* gl, ptrdiff_t gs,
+               const float* yp, ptrdiff_t ys, int ny, int nx, float* gp) {
+    const int n = N > 0 ? N : nx;
+    // The running values live in a local array, which the compiler keeps in
+    // registers for a fixed count; written through gp, which might alias the
+    // Jacobian, each would make a round trip through memory every row.
+    float sums[N > 0 ? N : 1];
+    float* acc = N > 0 ? sums : gp;
+    for (int j = 0; j < n; ++j)
+        acc[j] = 0.0f;
+    for (int i = 0; i < ny; ++i, gl += gs, yp += ys, dy += rs) {
+        const double d = double(*gl) - double(*yp);
+        for (int j = 0; j < n; ++j)
+            acc[j] = float(double(acc[j]) + double(dy[j * cs]) * d);
+    }
+    for (int j = 0; j < n; ++j)
+        gp[j] = acc[j];
+}
+
 void gradient(const KrGenMatrix<float>& dy, const KrGenVector<float>& goal,
               const KrGenVector<float>& y, int ny, int nx, KrGenVector<float>& g) {
     g = 0.0f;
-    float* gp = g.data();
-    const ptrdiff_t rs = dy.rowStride();
-    const ptrdiff_t cs = dy.colStride();
-    const float* gl = goal.data();
-    const float* yp = y.data();
-    for (int i = 0; i < ny; ++i, gl += goal.stride(), yp += y.stride()) {
-        const double d = double(*gl) - double(*yp);
-        const float* row = dy.data() + i * rs;
-        for (int j = 0; j < nx; ++j)
-            gp[j] = float(double(gp[j]) + double(row[j * cs]) * d);
+    auto run = [&](auto kernel) {
+        kernel(dy.data(), dy.rowStride(), dy.colStride(), goal.data(), goal.stride(), y.data(),
+               y.stride(), ny, nx, g.data());
+    };
+    switch (nx) {
+    case 2:
+        run(_gradient<2>);
+        break;
+    case 4:
+        run(_gradient<4>);
+        break;
+    case 6:
+        run(_gradient<6>);
+        break;
+    default:
+        run(_gradient<0>);
+        break;
     }
 }
 
@@ -204,7 +234,7 @@ float KrLMSolver::computeEpsilon(const KrGenVector<float>& v) const {
         n = goal.length();
     if (n <= 0)
         return 0.0f;
-    KrGenVector<float> difference(n, 0.0f);
+    difference.resize(n);
     float* d = difference.data();
     const float* vp = v.data();
     const float* gp = goal.data();
@@ -217,8 +247,10 @@ void KrLMSolver::solve() {
     if (!problem)
         throw NullPointerException("KrLMSolver::solve: no problem");
 
+    iterations = 0;
     float lambda = 0.01f;
     bool jacobianStale = true;
+    bool sumsFresh = false;
     bool problemHoldsX = true;
     int stall = 0;
 
@@ -231,14 +263,15 @@ void KrLMSolver::solve() {
     if (iterationLimit < 2)
         return;
 
-    // Scratch sized once per solve. The normal matrix and gradient are fully
-    // rewritten every iteration; no element loop allocates.
-    KrGenMatrix<float> a(nx, nx);
-    KrGenVector<double> sums(nx * (nx + 1) / 2, 0.0);
-    KrGenVector<float> g(nx, 0.0f);
-    KrGenVector<float> step(nx, 0.0f);
-    KrGenVector<float> trialX(nx, 0.0f);
-    KrGenVector<float> trialY;
+    // Scratch sized for this solve; the normal matrix and gradient are fully
+    // rewritten every iteration, and no element loop allocates.
+    normal.resize(nx, nx);
+    sums.resize(nx * (nx + 1) / 2);
+    g.resize(nx);
+    gradientSums.resize(nx);
+    step.resize(nx);
+    trialX.resize(nx);
+    KrGenMatrix<float>& a = normal;
 
     for (int iteration = 1; iteration < iterationLimit; ++iteration) {
         if (jacobianStale) {
@@ -246,14 +279,23 @@ void KrLMSolver::solve() {
                 problem->setX(x);
             problem->evalDy(dy);
             jacobianStale = false;
+            sumsFresh = false;
         }
         if (!reaches(dy, ny, nx))
             return;
-        normalMatrix(dy, ny, nx, sums.data(), a);
+        // After a rejection the Jacobian and the outputs are those of the
+        // last iteration, so are their sums: only the damping changes.
+        if (!sumsFresh)
+            pairSums(dy, ny, nx, sums.data());
+        normalMatrix(sums.data(), nx, a);
 
         if (!reaches(y, ny))
             return;
-        gradient(dy, goal, y, ny, nx, g);
+        if (!sumsFresh) {
+            gradient(dy, goal, y, ny, nx, gradientSums);
+            sumsFresh = true;
+        }
+        g.set(gradientSums);
 
         const bool trusted = !trust.isEmpty();
         if (trusted) {
@@ -262,7 +304,7 @@ void KrLMSolver::solve() {
             applyTrust(trust, nx, a, g);
         }
         damp(lambda, nx, a);
-        multiply(inverse(a), g, nx, step);
+        multiply(inverter.invert(a), g, nx, step);
         if (trusted)
             trustStep(trust, nx, step);
 
@@ -271,6 +313,7 @@ void KrLMSolver::solve() {
         if (trialX.refCount() != 1)
             trialX = KrGenVector<float>(nx, 0.0f);
         add(x, step, nx, trialX);
+        ++iterations;
         problem->setX(trialX);
         problem->evalY(trialY);
         const float trialEpsilon = computeEpsilon(trialY);

@@ -2,6 +2,7 @@
 
 #include "krovel/KrGenMatrix.h"
 #include "krovel/KrGenVector.h"
+#include "krovel/KrInverse.h"
 #include "krovel/KrLMProblem.h"
 
 #include <cstdint>
@@ -63,6 +64,9 @@ public:
     /// NullPointerException "KrLMSolver::solve: no problem".
     void solve();
 
+    /// The trials the last `solve` made: 0 when it ended before the first.
+    int getIterations() const { return iterations; }
+
 private:
     KrLMProblem* problem = nullptr;
     KrGenVector<float> x;
@@ -72,6 +76,19 @@ private:
     KrGenMatrix<float> dy;
     int32_t nx = 0;
     int32_t ny = 0;
+    int iterations = 0;
+
+    // Scratch kept from solve to solve, so that repeated solves of one size
+    // allocate nothing. Every element is rewritten before it is read.
+    KrGenMatrix<float> normal;
+    KrGenVector<double> sums;
+    KrGenVector<float> g;
+    KrGenVector<float> gradientSums;
+    KrGenVector<float> step;
+    KrGenVector<float> trialX;
+    KrGenVector<float> trialY;
+    KrInverter<float> inverter;
+    mutable KrGenVector<float> difference;
 
 protected:
     // Every solver runs with these values; there are no setters. They are

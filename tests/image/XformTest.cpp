@@ -9,6 +9,8 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <random>
 #include <vector>
 
 using namespace Orvane;
@@ -179,4 +181,59 @@ TEST(XformBilinear, RejectsWhatItCannotWarp) {
         "wrong datatype float; image is Format(L, double, true)");
     expectThrows<IllegalArgumentException>([&] { xform_bilinear(floatImage(b, "rgb"), dst, idd); },
                                            "nc == dstfmt.getNumChannels()");
+}
+
+namespace {
+
+// One sample of the warp as its contract writes it, with the library's floor
+// and every product and sum in float in the contract's order.
+float literalSample(const Image& src, int x, int y, const float (&m)[6]) {
+    const Rect& b = src.getBounds();
+    const float cx = x + 0.5f, cy = y + 0.5f;
+    const float sx = m[0] * cx + m[1] * cy + m[2] - 0.5f;
+    const float sy = m[3] * cx + m[4] * cy + m[5] - 0.5f;
+    auto axis = [](float s, int origin, int size, int& i, float& f) {
+        i = int(std::floor(s)) - origin;
+        f = i >= 0 ? s - std::floor(s) : 0.0f;
+        i = std::max(i, 0);
+        if (i > size - 2) {
+            i = size - 2;
+            f = 1.0f;
+        }
+    };
+    int ix, iy;
+    float fx, fy;
+    axis(sx, b.x, b.w, ix, fx);
+    axis(sy, b.y, b.h, iy, fy);
+    auto P = [&](int i, int j) { return sampleAt<float>(src, b.x + i, b.y + j, 0); };
+    return P(ix + 1, iy + 1) * fx * fy + P(ix, iy + 1) * (1 - fx) * fy +
+           P(ix + 1, iy) * fx * (1 - fy) + P(ix, iy) * (1 - fx) * (1 - fy);
+}
+
+} // namespace
+
+TEST(XformBilinear, SamplesAreTheContractsFloatArithmeticBitForBit) {
+    // Positions on both sides of zero, on whole pixels, between them and
+    // outside the source: the floor the warp uses must agree with the
+    // library's everywhere.
+    const Rect sb(-13, -9, 26, 19), db(-40, -30, 80, 60);
+    const Image src = testsupport::randomImage<float>(sb, "l", 11);
+    std::mt19937 rng(3);
+    std::uniform_real_distribution<float> linear(-1.3f, 1.3f), shift(-20, 20);
+    for (int trial = 0; trial < 12; ++trial) {
+        float m[6] = {linear(rng), linear(rng), shift(rng), linear(rng), linear(rng), shift(rng)};
+        if (trial == 0) // whole-pixel positions, -0.5 + 0.5 included
+            m[0] = 1, m[1] = 0, m[2] = 0, m[3] = 0, m[4] = 1, m[5] = 0;
+        if (trial == 1) // whole and half-pixel positions, halved
+            m[0] = 0.5f, m[1] = 0, m[2] = 0.25f, m[3] = 0, m[4] = 0.5f, m[5] = 0.25f;
+        Image dst = floatImage(db);
+        xform_bilinear(src, dst, affine<float>(m[0], m[1], m[2], m[3], m[4], m[5]));
+        int differing = 0;
+        testsupport::forEachSample(dst, [&](int x, int y, int) {
+            const float expected = literalSample(src, x, y, m);
+            const float actual = sampleAt<float>(dst, x, y, 0);
+            differing += std::memcmp(&expected, &actual, sizeof(float)) != 0;
+        });
+        EXPECT_EQ(0, differing) << "trial " << trial;
+    }
 }

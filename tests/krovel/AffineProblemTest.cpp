@@ -2,9 +2,13 @@
 #include "krovel/AffineTransform.h"
 #include "krovel/AffineWarp.h"
 
+#include "image/Convert.h"
 #include "image/Format.h"
 #include "image/Image.h"
+#include "image/Xform.h"
+#include "krovel/KrLMSolver.h"
 #include "krovel/KrMatrixError.h"
+#include "krovel/KrVectorKernels.h"
 #include "support/ExpectThrows.h"
 
 #include <gtest/gtest.h>
@@ -255,4 +259,167 @@ TEST(AffineWarp, CentredWarpMapsAnchorOffsetsToCentreOffsets) {
             // Positions are formed in float, about 50 pixels from the origin.
             EXPECT_NEAR(plane(u, v), p[y * 11 + x], 16 * FLT_EPSILON * 50) << x << "," << y;
         }
+}
+
+namespace {
+
+// The refinement written the plain way, as a yardstick for the kept storage
+// and fused warps of AffineProblem: every warp into a fresh image, converted,
+// flattened and normalised; halving by the two-pass transform; a new solver
+// and a new half-size problem for every solve.
+class ReferenceProblem : public KrLMProblem {
+public:
+    Image pattern, search;
+    GenPoint<float> anchor, centre;
+    bool flags[4] = {true, true, true, true}; // translation, rotation, scale, stretch
+    bool coarseToFine = true;
+    AffineTransform xform;
+    float quality = 0;
+    int iterations = 0, halfIterations = 0;
+
+    void setX(const KrGenVector<float>& v) override {
+        x = v.copy();
+        projected = warped(x);
+    }
+    void evalY(KrGenVector<float>& y) override { y = projected.copy(); }
+    void evalDy(KrGenMatrix<float>& dy) override {
+        dy.resize(projected.length(), x.length());
+        for (int j = 0; j < x.length(); ++j) {
+            KrGenVector<float> moved = x.copy();
+            moved(j) += 0.001f;
+            const KrGenVector<float> trial = warped(moved);
+            for (int i = 0; i < projected.length(); ++i)
+                dy(i, j) = (trial(i) - projected(i)) / 0.001f;
+        }
+    }
+
+    void execute() {
+        const GenRect<int> b = pattern.getBounds();
+        iterations = halfIterations = 0;
+        if (coarseToFine && b.w * b.h >= 325) {
+            ReferenceProblem half;
+            half.pattern = halved(pattern);
+            half.search = halved(search);
+            half.anchor = GenPoint<float>(anchor.x * 0.5f, anchor.y * 0.5f);
+            half.centre = GenPoint<float>(centre.x * 0.5f, centre.y * 0.5f);
+            std::copy(flags, flags + 4, half.flags);
+            half.xform = xform;
+            half.execute();
+            halfIterations = half.iterations + half.halfIterations;
+            xform = half.xform;
+        }
+        KrGenVector<float> goal, y;
+        flattenImage(pattern, goal);
+        unbias(goal);
+        KrLMSolver solver;
+        solver.setProblem(this);
+        solver.setGoal(goal);
+        solver.setState(packed(xform));
+        const float r = 1 / std::sqrt(float(b.w * b.h));
+        solver.setTrust(packed(AffineTransform(0.5f, 0.5f, r, r, r, r)));
+        solver.solve();
+        iterations = solver.getIterations();
+        setX(solver.getState());
+        xform = unpacked(x);
+        evalY(y);
+        quality = float(covariance(y, goal));
+    }
+
+private:
+    static Image halved(const Image& img) {
+        mat3 m = scaling2D(vec2(0.5, 0.5));
+        return Orvane::xform(img, m, 0.0);
+    }
+    // pack and unpack of a problem with the same free parameters.
+    void configure(AffineProblem& p) const {
+        p.setUseTranslation(flags[0]);
+        p.setUseRotation(flags[1]);
+        p.setUseScale(flags[2]);
+        p.setUseStretch(flags[3]);
+    }
+    KrGenVector<float> packed(const AffineTransform& t) const {
+        AffineProblem p;
+        configure(p);
+        KrGenVector<float> v;
+        p.pack(v, t);
+        return v;
+    }
+    AffineTransform unpacked(const KrGenVector<float>& v) const {
+        AffineProblem p;
+        configure(p);
+        AffineTransform t = xform;
+        p.unpack(v, t);
+        return t;
+    }
+    // The search image warped under v, as normalised pixels.
+    KrGenVector<float> warped(const KrGenVector<float>& v) const {
+        KrGenMatrix<float> m;
+        unpacked(v).getMatrix(m);
+        Image out(pattern.getBounds(), search.getFormat());
+        Orvane::xform_bilinear<float>(search, out, m, centre, anchor);
+        KrGenVector<float> pixels;
+        flattenImage(Orvane::convertToDatatype(out, Orvane::FLOAT), pixels);
+        unbias(pixels);
+        return pixels;
+    }
+
+    KrGenVector<float> x;
+    KrGenVector<float> projected;
+};
+
+} // namespace
+
+TEST(AffineProblem, KeptAndFusedSolveMatchesThePlainOneOnRandomProblems) {
+    std::mt19937 rng(2024);
+    std::uniform_int_distribution<int> size(12, 33), coin(0, 1);
+    std::uniform_real_distribution<double> angle(-6 * kDegree, 6 * kDegree), scale(0.95, 1.05),
+        shift(-1.5, 1.5);
+    // One problem for every case: what an execute keeps for the next must
+    // not change the next one's answer.
+    AffineProblem kept;
+    for (int i = 0; i < 24; ++i) {
+        const Texture tex(100 + i);
+        const int w = size(rng), h = size(rng);
+        setUp(kept, tex, w, h, angle(rng), scale(rng), shift(rng), shift(rng), false);
+        const bool flags[4] = {i % 5 != 4, bool(coin(rng)), bool(coin(rng)), bool(coin(rng))};
+        kept.setUseTranslation(flags[0]);
+        kept.setUseRotation(flags[1]);
+        kept.setUseScale(flags[2]);
+        kept.setUseStretch(flags[3]);
+        kept.setCoarseToFine(i % 3 != 2);
+        kept.setXform(AffineTransform(0.25f, -0.25f, 0.01f, 1.01f, 0.99f, 1.0f));
+
+        ReferenceProblem plain;
+        plain.pattern = kept.getPattern();
+        plain.search = kept.getSearch();
+        plain.anchor = kept.getAnchor();
+        plain.centre = kept.getCentre();
+        std::copy(flags, flags + 4, plain.flags);
+        plain.coarseToFine = kept.getCoarseToFine();
+        plain.xform = kept.getXform();
+
+        kept.execute();
+        plain.execute();
+        SCOPED_TRACE(testing::Message()
+                     << "case " << i << ": " << w << "x" << h << " " << plain.xform);
+        EXPECT_EQ(plain.iterations, kept.getIterations());
+        EXPECT_EQ(plain.halfIterations, kept.getHalfSizeIterations());
+        const AffineTransform& t = kept.getXform();
+        // Positions to 1e-4 pixel; the shape parameters, near 1 or near 0
+        // radians, to 1e-5 of their size or of 1.
+        EXPECT_NEAR(plain.xform.tx, t.tx, 1e-4);
+        EXPECT_NEAR(plain.xform.ty, t.ty, 1e-4);
+        KrGenMatrix<float> m;
+        plain.xform.getMatrix(m);
+        EXPECT_NEAR(m(0, 2), kept.getResultTx(), 1e-4);
+        EXPECT_NEAR(m(1, 2), kept.getResultTy(), 1e-4);
+        const float shape[4][2] = {{plain.xform.ro, t.ro},
+                                   {plain.xform.sc, t.sc},
+                                   {plain.xform.st0, t.st0},
+                                   {plain.xform.st1, t.st1}};
+        for (const auto& p : shape)
+            EXPECT_NEAR(p[0], p[1], 1e-5 * std::max(1.0f, std::fabs(p[0])));
+        EXPECT_NEAR(plain.quality, kept.getQuality(), 1e-5);
+        EXPECT_GT(kept.getIterations(), 0);
+    }
 }
