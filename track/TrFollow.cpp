@@ -190,9 +190,7 @@ bool TrFollow::track(int i, int frame, int direction) {
     if (info.matcher == nullptr || info.reducer == nullptr)
         return false;
 
-    // One problem serves every attempt and the lagged refinement.
-    AffineProblem problem;
-    const Verdict verdict = matchWithRetries(i, frame, info, problem);
+    const Verdict verdict = matchWithRetries(i, frame, info);
     if (verdict.stop)
         return false;
     if (verdict.keyed)
@@ -200,7 +198,7 @@ bool TrFollow::track(int i, int frame, int direction) {
     if (useAffine)
         predictShape(info);
     if (lagRefine && verdict.matched && std::abs(frame - info.patternFrame) >= 2 &&
-        !refineLagged(i, info, problem, direction))
+        !refineLagged(i, info, direction))
         return false;
     return reportStep(i, frame);
 }
@@ -242,8 +240,7 @@ bool TrFollow::capturePattern(int i, TrTrackInfo& info) {
 // Every attempt starts from the state saved here; what a failed one leaves
 // outside it, the search images and their cache entry, the next replaces.
 // Only "default" retries, each time over a search area 10 % larger.
-TrFollow::Verdict TrFollow::matchWithRetries(int i, int frame, TrTrackInfo& info,
-                                             AffineProblem& problem) {
+TrFollow::Verdict TrFollow::matchWithRetries(int i, int frame, TrTrackInfo& info) {
     const dstring behaviorName = checkedShot()->getFailureBehavior(i);
     const TrModeName<TrBehavior>* row = TrModes::findBehavior(behaviorName.data());
     const bool retries = row != nullptr && row->mode == TrBehavior::Default;
@@ -253,7 +250,7 @@ TrFollow::Verdict TrFollow::matchWithRetries(int i, int frame, TrTrackInfo& info
     for (int attempt = 0; attempt < maxAttempts; ++attempt) {
         info.state() = saved;
         predict(info);
-        if (!fetchAndWarp(i, frame, 1 + 0.1 * attempt, info) || !matchAndRefine(i, info, problem))
+        if (!fetchAndWarp(i, frame, 1 + 0.1 * attempt, info) || !matchAndRefine(i, info))
             return Verdict::stopTrack();
         smoothVelocity(info);
         verdict = judge(i, frame, behaviorName, info);
@@ -310,52 +307,71 @@ void TrFollow::warpSearch(const GenRect<int>& warpRect, TrTrackInfo& info) const
 
 // Finds the pattern in the search image, then refines position and shape.
 // False when the refinement raised KrMatrixError.
-bool TrFollow::matchAndRefine(int i, TrTrackInfo& info, AffineProblem& problem) {
+bool TrFollow::matchAndRefine(int i, TrTrackInfo& info) {
     info.matcher->setSearch(info.search);
     info.matcher->match(info.matchOffset, info.score);
     info.position = info.position + transform2x3(info.matrix, info.matchOffset);
     if (!useAffine)
         return true;
     try {
-        refineAffine(i, info, problem);
+        refineAffine(i, info);
     } catch (const KrMatrixError&) {
         return false;
     }
     return true;
 }
 
-void TrFollow::refineAffine(int i, TrTrackInfo& info, AffineProblem& problem) {
-    info.transform.tx = 0;
-    info.transform.ty = 0;
+namespace {
+
+AffineProblem& kept(std::unique_ptr<AffineProblem>& problem) {
+    if (!problem)
+        problem.reset(new AffineProblem());
+    return *problem;
+}
+
+// The inputs every solve of a step shares.
+void pose(AffineProblem& problem, const TrTrackInfo& info, const GenPoint<float>& centre,
+          const AffineTransform& start) {
     problem.setPattern(info.pattern);
     problem.setSearch(info.searchRaw);
     problem.setAnchor(info.origin);
-    problem.setCentre(info.position);
-    problem.setXform(info.transform);
+    problem.setCentre(centre);
+    problem.setXform(start);
+}
+
+} // namespace
+
+void TrFollow::refineAffine(int i, TrTrackInfo& info) {
+    info.transform.tx = 0;
+    info.transform.ty = 0;
 
     // Translation alone at full resolution first, so that the shape is
     // solved from a centred start.
-    problem.setUseTranslation(true);
-    problem.setUseRotation(false);
-    problem.setUseScale(false);
-    problem.setUseStretch(false);
-    problem.setCoarseToFine(false);
-    problem.execute();
+    AffineProblem& shift = kept(info.shiftProblem);
+    pose(shift, info, info.position, info.transform);
+    shift.setUseTranslation(true);
+    shift.setUseRotation(false);
+    shift.setUseScale(false);
+    shift.setUseStretch(false);
+    shift.setCoarseToFine(false);
+    shift.execute();
 
-    problem.setUseTranslation(true);
-    problem.setCoarseToFine(true);
-    problem.setUseRotation(checkedShot()->getUseRotate(i));
-    problem.setUseScale(checkedShot()->getUseScale(i));
-    problem.setUseStretch(checkedShot()->getUseStretch(i));
-    problem.execute();
+    AffineProblem& shape = kept(info.shapeProblem);
+    pose(shape, info, info.position, shift.getXform());
+    shape.setUseTranslation(true);
+    shape.setCoarseToFine(true);
+    shape.setUseRotation(checkedShot()->getUseRotate(i));
+    shape.setUseScale(checkedShot()->getUseScale(i));
+    shape.setUseStretch(checkedShot()->getUseStretch(i));
+    shape.execute();
 
     KrGenMatrix<float> m;
-    problem.getMatrix(m);
+    shape.getMatrix(m);
     info.matrix = m;
-    info.transform = problem.getXform();
-    info.affineOffset = problem.getTranslation();
+    info.transform = shape.getXform();
+    info.affineOffset = shape.getTranslation();
     info.position = info.position + info.affineOffset;
-    info.score = problem.getQuality();
+    info.score = shape.getQuality();
 }
 
 // Judges the attempt's score against the track's tolerance and, on a miss,
@@ -405,7 +421,7 @@ void TrFollow::key(int i, int frame, TrTrackInfo& info) {
     info.velocityWeight = kVelocityWeight;
 }
 
-bool TrFollow::refineLagged(int i, TrTrackInfo& info, AffineProblem& problem, int direction) {
+bool TrFollow::refineLagged(int i, TrTrackInfo& info, int direction) {
     const int p = info.patternFrame;
     AffineTransform average;
     average.zero();
@@ -426,12 +442,13 @@ bool TrFollow::refineLagged(int i, TrTrackInfo& info, AffineProblem& problem, in
     if (cached != searchCache.end()) {
         info.searchRaw = cached->second;
         searchCache.erase(cached);
+        // Translation only, coarse to fine, as the step's last solve left
+        // those two switches.
+        AffineProblem& problem = kept(info.shiftProblem);
         try {
-            problem.setPattern(info.pattern);
-            problem.setSearch(info.searchRaw);
-            problem.setAnchor(info.origin);
-            problem.setCentre(GenPoint<float>(float(q.x), float(q.y)));
-            problem.setXform(average);
+            pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average);
+            problem.setUseTranslation(true);
+            problem.setCoarseToFine(true);
             problem.setUseRotation(false);
             problem.setUseScale(false);
             problem.setUseStretch(false);

@@ -106,14 +106,14 @@ private:
     // The stages of `track`, in the order it runs them.
     bool captureAtBegin(int i, TrTrackInfo& info);
     bool capturePattern(int i, TrTrackInfo& info);
-    Verdict matchWithRetries(int i, int frame, TrTrackInfo& info, AffineProblem& problem);
+    Verdict matchWithRetries(int i, int frame, TrTrackInfo& info);
     bool fetchAndWarp(int i, int frame, double growth, TrTrackInfo& info);
     void warpSearch(const Orvane::GenRect<int>& warpRect, TrTrackInfo& info) const;
-    bool matchAndRefine(int i, TrTrackInfo& info, AffineProblem& problem);
-    void refineAffine(int i, TrTrackInfo& info, AffineProblem& problem);
+    bool matchAndRefine(int i, TrTrackInfo& info);
+    void refineAffine(int i, TrTrackInfo& info);
     Verdict judge(int i, int frame, const dstring& behaviorName, TrTrackInfo& info);
     void key(int i, int frame, TrTrackInfo& info);
-    bool refineLagged(int i, TrTrackInfo& info, AffineProblem& problem, int direction);
+    bool refineLagged(int i, TrTrackInfo& info, int direction);
     bool reportStep(int i, int frame);
 
     Orvane::SafePtr<TrShot> shot;

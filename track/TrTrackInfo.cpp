@@ -1,5 +1,6 @@
 #include "track/TrTrackInfo.h"
 
+#include "krovel/AffineProblem.h"
 #include "track/Matcher.h"
 #include "track/Reducer.h"
 
@@ -11,7 +12,7 @@ TrDeepMatrix& TrDeepMatrix::operator=(const TrDeepMatrix& other) {
     return *this;
 }
 
-// Defined where Reducer and Matcher are complete, so that code reading the
+// Defined where Reducer, Matcher and AffineProblem are complete, so that code reading the
 // record needs only their names.
 TrTrackInfo::TrTrackInfo() = default;
 

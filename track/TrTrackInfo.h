@@ -7,6 +7,7 @@
 
 #include <memory>
 
+class AffineProblem;
 class Matcher;
 class Reducer;
 
@@ -92,4 +93,11 @@ struct TrTrackInfo : TrStepState {
     /// Holds the pattern; made at the begin frame. Declared after the
     /// reducer, so it is deleted first.
     std::unique_ptr<Matcher> matcher;
+    /// The refinement's problems, kept for the pass so that their storage
+    /// serves every step: translation alone (the step's first solve and the
+    /// lagged refinement), and translation with the track's shape switches.
+    /// Two, because one problem switching between two and six parameters
+    /// would resize its vectors on every solve.
+    std::unique_ptr<AffineProblem> shiftProblem;
+    std::unique_ptr<AffineProblem> shapeProblem;
 };
