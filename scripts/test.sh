@@ -12,7 +12,9 @@ if [ -n "$files" ]; then
     clang-format --dry-run --Werror $files
 fi
 
-scripts/build.sh build/release -DCMAKE_BUILD_TYPE=Release
+# Benchmarks are named explicitly: a tree configured without them keeps that
+# setting in its cache.
+scripts/build.sh build/release -DCMAKE_BUILD_TYPE=Release -DTAVRIX_BENCHMARKS=ON
 (cd build/release && ctest --output-on-failure -j "$(nproc)")
 
 scripts/build.sh build/sanitize -DCMAKE_BUILD_TYPE=Debug -DSANITIZE=address,undefined \
