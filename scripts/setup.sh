@@ -10,7 +10,7 @@ packages=(
     libgl-dev
     libopencv-dev # the comparison benchmark only
     libegl-dev libgl1-mesa-dri
-    clang-format
+    clang-format clang-tidy
 )
 
 missing=()
