@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # Runs clang-tidy with the checks of .clang-tidy over our C++ sources, using
 # the compiler commands of the release tree (configured first if it has none).
-#   scripts/tidy.sh            every source the release tree compiles, but
-#                              those listed in scripts/tidy-pending.txt
+#   scripts/tidy.sh            every source the release tree compiles
 #   scripts/tidy.sh FILE...    those sources; a header is checked through the
 #                              source of the same name
 # Findings count as errors: the exit status is 1 if there is any.
@@ -17,15 +16,9 @@ fi
 root=$(pwd)
 sources=()
 if [ $# -eq 0 ]; then
-    # Every source the tree compiles, without what CMake generates in it and
-    # without the pending ones, which are named so that they stay in view.
-    pending=" $({ grep -v '^#' scripts/tidy-pending.txt || true; } | tr '\n' ' ')"
+    # Every source the tree compiles, without what CMake generates in it.
     while IFS= read -r file; do
         case $file in "$root/build/"*) continue ;; esac
-        if [[ $pending == *" ${file#"$root"/} "* ]]; then
-            echo "tidy.sh: left out, pending: ${file#"$root"/}"
-            continue
-        fi
         sources+=("$file")
     done < <(sed -n 's/^ *"file": "\(.*\)"[,]*$/\1/p' "$tree/compile_commands.json")
 else

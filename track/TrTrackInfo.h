@@ -75,7 +75,9 @@ struct TrTrackInfo : TrStepState {
     TrTrackInfo(const TrTrackInfo&) = delete;
     TrTrackInfo& operator=(const TrTrackInfo&) = delete;
     TrTrackInfo(TrTrackInfo&& other) noexcept;
-    TrTrackInfo& operator=(TrTrackInfo&& other);
+    // Not noexcept: image handles have no move assignment, and their copy
+    // assignment is not declared noexcept.
+    TrTrackInfo& operator=(TrTrackInfo&& other); // NOLINT(performance-noexcept-move-constructor)
 
     TrStepState& state() { return *this; }
     const TrStepState& state() const { return *this; }

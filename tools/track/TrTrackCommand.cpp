@@ -48,7 +48,7 @@ struct Prepared {
     Orvane::GenRect<int> bounds;
     std::vector<TrTrackSpec> specs;
 
-    TrTestSequence& demo() { return static_cast<TrTestSequence&>(*sequence.get()); }
+    TrTestSequence& demo() { return static_cast<TrTestSequence&>(*sequence); }
 };
 
 // Where the results go; the run borrows them.

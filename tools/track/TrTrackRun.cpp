@@ -105,7 +105,7 @@ void TrTrackRun::start(int from, int to) {
 // could step side by side.
 void TrTrackRun::step(Group& g, int frame, const Orvane::GenRect<int>& bounds) {
     for (int k = 0; k < g.count; ++k) {
-        Lane& lane = lanes[size_t(g.first + k)];
+        Lane& lane = lanes[size_t(g.first) + size_t(k)];
         if (!lane.alive)
             continue;
         bool ok = false;
