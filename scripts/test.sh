@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test twice: in the
 # optimised build and under AddressSanitizer + UndefinedBehaviorSanitizer.
+# Both trees treat warnings as errors.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,10 +15,11 @@ fi
 
 # Benchmarks are named explicitly: a tree configured without them keeps that
 # setting in its cache.
-scripts/build.sh build/release -DCMAKE_BUILD_TYPE=Release -DTAVRIX_BENCHMARKS=ON
+scripts/build.sh build/release -DCMAKE_BUILD_TYPE=Release -DTAVRIX_BENCHMARKS=ON \
+    -DTAVRIX_WERROR=ON
 (cd build/release && ctest --output-on-failure -j "$(nproc)")
 
 scripts/build.sh build/sanitize -DCMAKE_BUILD_TYPE=Debug -DSANITIZE=address,undefined \
-    -DTAVRIX_BENCHMARKS=OFF
+    -DTAVRIX_BENCHMARKS=OFF -DTAVRIX_WERROR=ON
 (cd build/sanitize && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --output-on-failure -j "$(nproc)")
