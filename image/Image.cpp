@@ -52,6 +52,7 @@ unsigned char* ImageImpl::getBuffer(const GenPoint<int>& p) const {
     // as pointer arithmetic.
     intptr_t bytesPerPixel = format.getBytesPerPixel();
     intptr_t delta = intptr_t(p.y - bounds.y) * stride + intptr_t(p.x - bounds.x) * bytesPerPixel;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): deliberate, for the reason above.
     return reinterpret_cast<unsigned char*>(reinterpret_cast<uintptr_t>(buffer) + delta);
 }
 

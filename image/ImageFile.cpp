@@ -38,7 +38,7 @@ dstring readError(const dstring& path, const std::string& reason) {
 }
 
 // The datatype a file's samples are read as; UNKNOWN for none.
-int datatypeOf(OIIO::TypeDesc type) {
+int datatypeOf(const OIIO::TypeDesc& type) {
     switch (type.basetype) {
     case OIIO::TypeDesc::UINT8:
     case OIIO::TypeDesc::INT8:

@@ -9,7 +9,7 @@ packages=(
     libopenimageio-dev openimageio-tools
     libgl-dev
     libegl-dev libgl1-mesa-dri
-    clang-format
+    clang-format clang-tidy
 )
 
 missing=()

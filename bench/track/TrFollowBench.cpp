@@ -85,7 +85,8 @@ void BM_Pass16Tracks(benchmark::State& state) {
         state.PauseTiming();
         shot.clearTracks();
         for (int k = 0; k < 16; ++k) {
-            shot.addTrack(160 + (k % 4) - 1.5, 120 + (k / 4) - 1.5);
+            const int column = k % 4, row = k / 4;
+            shot.addTrack(160 + column - 1.5, 120 + row - 1.5);
             shot.setPatternRect(k, GenRect<double>(-10, -10, 20, 20));
             shot.setSearchRect(k, GenRect<double>(-20, -20, 40, 40));
         }

@@ -19,6 +19,7 @@ const double* mat2::column(int i) const {
     std::cerr << "mat2 [] operator: illegal access; index = " << i << "\n";
     // The caller still gets its pointer; form it in integers, since pointer
     // arithmetic this far outside the block is undefined.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): deliberate, for that reason.
     return reinterpret_cast<const double*>(reinterpret_cast<std::uintptr_t>(m) +
                                            static_cast<std::uintptr_t>(i) * 2 * sizeof(double));
 }

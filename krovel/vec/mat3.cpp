@@ -33,6 +33,7 @@ const double* mat3::column(int i) const {
     std::cerr << "mat3 [] operator: illegal access; index = " << i << "\n";
     // The caller still gets its pointer; form it in integers, since pointer
     // arithmetic this far outside the block is undefined.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): deliberate, for that reason.
     return reinterpret_cast<const double*>(reinterpret_cast<std::uintptr_t>(m) +
                                            static_cast<std::uintptr_t>(i) * 3 * sizeof(double));
 }

@@ -40,6 +40,7 @@ __attribute__((no_sanitize("vptr"))) void checkDestroyed(const SafeObject_base* 
 TEST(SafePtr, SurvivesEitherDestructionOrder) {
     auto* model = new Model;
     SafePtr<Model> first = model;
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is under test.
     SafePtr<Model> second(first); // linked with the object, not with `first`
     { SafePtr<Model> dying = model; }
     EXPECT_EQ(2, model->getPeers().getCount());

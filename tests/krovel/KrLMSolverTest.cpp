@@ -9,6 +9,7 @@
 #include <cmath>
 #include <functional>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -17,7 +18,8 @@ namespace {
 // repeated) or, without one, equal x; its Jacobian is a fixed matrix.
 class Probe : public KrLMProblem {
 public:
-    Probe(int ny, int nx, std::vector<float> values = {}) : jacobian(ny, nx), script(values) {}
+    Probe(int ny, int nx, std::vector<float> values = {})
+        : jacobian(ny, nx), script(std::move(values)) {}
 
     void setX(const KrGenVector<float>& x) override {
         current.reference(x);
@@ -53,8 +55,8 @@ KrGenVector<float> vec(std::vector<float> v) {
 }
 
 // Solves `p` from `x0` towards `goal` and returns the final state.
-KrGenVector<float> run(KrLMSolver& s, KrLMProblem& p, std::vector<float> x0,
-                       std::vector<float> goal, std::vector<float> trust = {}) {
+KrGenVector<float> run(KrLMSolver& s, KrLMProblem& p, const std::vector<float>& x0,
+                       const std::vector<float>& goal, const std::vector<float>& trust = {}) {
     s.setProblem(&p);
     s.setGoal(vec(goal));
     s.setState(vec(x0));
@@ -101,6 +103,7 @@ TEST(KrLMSolver, FitsExponentialToExactAndNoisyData) {
         std::mt19937 rng(7);
         std::normal_distribution<double> noise(0, sigma);
         std::vector<float> goal;
+        goal.reserve(40);
         for (int i = 0; i < 40; ++i)
             goal.push_back(float(truth[0] * std::exp(truth[1] * ExpCurve::t(i)) + truth[2] +
                                  (sigma > 0 ? noise(rng) : 0.0)));
@@ -165,7 +168,7 @@ TEST(KrLMSolver, SixthInsignificantImprovementIsNotTaken) {
 }
 
 // Trial state of y = x from 0 with one trial.
-float firstStep(float goal, std::vector<float> trust) {
+float firstStep(float goal, const std::vector<float>& trust) {
     Probe p(1, 1);
     p.jacobian(0, 0) = 1;
     PinnedSolver solver(2);

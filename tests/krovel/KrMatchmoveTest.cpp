@@ -47,8 +47,9 @@ std::vector<KrMatchmoveTrack> makeTracks(int points, int frames, double sigma) {
     std::vector<KrMatchmoveTrack> tracks;
     const int rows = (points + 3) / 4;
     for (int i = 0; i < points; ++i) {
-        const double X = (i % 4 + 0.5) * kWidth / 4 + jitter(rng);
-        const double Y = (i / 4 + 0.5) * kHeight / rows + jitter(rng);
+        const int column = i % 4, row = i / 4;
+        const double X = (column + 0.5) * kWidth / 4 + jitter(rng);
+        const double Y = (row + 0.5) * kHeight / rows + jitter(rng);
         KrMatchmoveTrack track(KrGenMatrix<float>(frames, 2), KrGenVector<float>(frames, 1.0f));
         for (int f = 0; f < frames; ++f) {
             double x, y;
