@@ -37,9 +37,11 @@ struct Texture {
 inline std::vector<unsigned char> render(const Texture& texture, int width, int height, double dx,
                                          double dy) {
     std::vector<unsigned char> argb;
+    // The frame's centre in whole pixels.
+    const int centreX = width / 2, centreY = height - height / 2;
     for (int row = 0; row < height; ++row)
         for (int column = 0; column < width; ++column) {
-            const double v = texture(column - width / 2 - dx, row - (height - height / 2) - dy);
+            const double v = texture(column - centreX - dx, row - centreY - dy);
             for (double c : {1.0, v, 0.8 * v + 0.1, 1.0 - v})
                 argb.push_back(static_cast<unsigned char>(std::lround(255.0 * c)));
         }

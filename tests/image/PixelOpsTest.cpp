@@ -74,7 +74,7 @@ TEST(Copy, ChannelsAreMappedByMeaningAndAlphaByItsFlag) {
                                                            {"rg", "blue channel failed"}};
     for (const auto& [from, text] : missing)
         expectThrows<const char*>(
-            [&] {
+            [&, from = from] {
                 copied(Format(from, UB1, false), rgb, Format(from[1] ? "rgb" : "l", UB1, false));
             },
             text);

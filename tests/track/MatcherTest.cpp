@@ -328,7 +328,8 @@ TEST(Matcher, RefusesBadSurfacesWithoutWritingResults) {
     };
     for (const auto& [surface, text] : cases) {
         Result r;
-        expectThrows<IllegalArgumentException>([&] { matchSurface(surface, 4, 3, r); }, text);
+        expectThrows<IllegalArgumentException>(
+            [&, surface = surface] { matchSurface(surface, 4, 3, r); }, text);
         EXPECT_EQ(-99.0, r.score);
         EXPECT_EQ(GenPoint<float>(-99.0f, -99.0f), r.offset);
     }

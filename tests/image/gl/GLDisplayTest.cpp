@@ -263,8 +263,9 @@ TEST_F(GLDisplay, DrawImageRejectsOddStridesAndFormatsWithoutAGLForm) {
     const std::pair<Format, int> odd[] = {
         {Format::getRGBA(), 3 * 4 + 2}, {Format::mono(UB2), 7}, {Format::getRGBA(), 2 * 4}};
     for (const auto& [format, stride] : odd)
-        expectThrows<IllegalArgumentException>([&] { draw(format, stride); },
-                                               "glDrawImage: odd stride");
+        expectThrows<IllegalArgumentException>(
+            [&, format = format, stride = stride] { draw(format, stride); },
+            "glDrawImage: odd stride");
     // Padding would shift every pixel after the first.
     for (const char* channels : {"gr", "rgbx"})
         expectThrows<const char*>([&] { draw(Format(channels, UB1, false), 3 * 4); },
