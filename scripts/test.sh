@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test twice: in the
 # optimised build and under AddressSanitizer + UndefinedBehaviorSanitizer.
-# Both trees treat warnings as errors.
+# Both trees treat warnings as errors, and clang-tidy checks every source.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -18,6 +18,8 @@ fi
 scripts/build.sh build/release -DCMAKE_BUILD_TYPE=Release -DTAVRIX_BENCHMARKS=ON \
     -DTAVRIX_WERROR=ON
 (cd build/release && ctest --output-on-failure -j "$(nproc)")
+
+scripts/tidy.sh
 
 scripts/build.sh build/sanitize -DCMAKE_BUILD_TYPE=Debug -DSANITIZE=address,undefined \
     -DTAVRIX_BENCHMARKS=OFF -DTAVRIX_WERROR=ON
