@@ -74,7 +74,8 @@ private:
     KrGenVector<float> x;
     KrGenVector<float> y;
     KrGenMatrix<float> H;
-    KrMatchmove* owner = nullptr;
+    // The solver this problem belongs to; kept for callers that walk back.
+    [[maybe_unused]] KrMatchmove* owner = nullptr;
     int32_t activeCount = 0;
     KrGenVector<int> activeTracks;
     int32_t frame = 0;

@@ -20,4 +20,5 @@ TrTrackInfo::~TrTrackInfo() = default;
 
 TrTrackInfo::TrTrackInfo(TrTrackInfo&& other) noexcept = default;
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor): see the declaration.
 TrTrackInfo& TrTrackInfo::operator=(TrTrackInfo&& other) = default;

@@ -35,7 +35,7 @@ private:
         const double bottom = at(iu, jv) + su * (at(ju, jv) - at(iu, jv));
         return top + sv * (bottom - top);
     }
-    double at(int u, int v) const { return lattice[std::size_t(v * kSize + u)]; }
+    double at(int u, int v) const { return lattice[std::size_t(v) * kSize + std::size_t(u)]; }
     static double smooth(double t) { return t * t * (3 - 2 * t); }
 
     std::vector<float> lattice;

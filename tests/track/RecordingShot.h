@@ -28,6 +28,7 @@ public:
 
     // A track with a 16 x 16 pattern and a search area 6 pixels wider on
     // each side, a tolerance of 0.5 and no rotation.
+    using TrNode::add;
     int add(double x, double y) {
         addTrack(x, y);
         const int i = getTrackCount() - 1;

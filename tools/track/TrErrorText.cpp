@@ -2,7 +2,7 @@
 
 #include "base/Exception.h"
 
-std::string errorText(std::exception_ptr error) {
+std::string errorText(const std::exception_ptr& error) {
     if (!error)
         return "";
     try {

@@ -7,4 +7,4 @@
 /// our Exception family, what() of any other std::exception, or the bare
 /// string that a few paths of the image library throw. Anything else is
 /// "unknown error". A null pointer gives an empty text.
-std::string errorText(std::exception_ptr error);
+std::string errorText(const std::exception_ptr& error);

@@ -317,8 +317,12 @@ TEST(TrTrackRun, AFailedFrameStillDeliversEverythingBefore) {
 TEST(TrTrackRun, ThreeHundredTracksFollowAsEachWouldAlone) {
     Orvane::SmartPtr<MovingTexture> seq(new MovingTexture(128, 96, 4));
     std::vector<TrTrackSpec> specs;
-    for (int k = 0; k < 300; ++k)
-        specs.push_back(spec(std::to_string(k), 16.5 + (k % 20) * 5, 14.5 + (k / 20) * 5));
+    specs.reserve(300);
+    // Twenty to a row, five pixels apart.
+    for (int k = 0; k < 300; ++k) {
+        const int column = k % 20, row = k / 20;
+        specs.push_back(spec(std::to_string(k), 16.5 + column * 5, 14.5 + row * 5));
+    }
     TrTrackRun all(seq.get(), specs, TrRunSettings());
     all.run(1, 4);
     int kept = 0, keptLate = 0;

@@ -56,6 +56,7 @@ void setUp(TrShotImpl& shot, const std::vector<int>& which) {
 
 std::vector<int> allTracks() {
     std::vector<int> all;
+    all.reserve(kTracks);
     for (int i = 0; i < kTracks; ++i)
         all.push_back(i);
     return all;
@@ -292,6 +293,7 @@ TEST(TrWorkerPool, OneTwoOrThreeWorkersTrackExactlyAsTheOneShotLoop) {
     Orvane::SmartPtr<TrSequence> seq(new PlateSequence(first, last));
     auto copiesOf = [&](int f, int n) {
         std::vector<Image> copies;
+        copies.reserve(size_t(n));
         for (int k = 0; k < n; ++k)
             copies.push_back(Orvane::copy(seq->getFrame(float(f))));
         return copies;
