@@ -37,20 +37,24 @@ struct TrTrackRun::Group {
           const TrRunSettings& settings);
 };
 
+int placeTrack(TrShotImpl& shot, const TrTrackSpec& s) {
+    const int k = shot.getTrackCount();
+    shot.addTrack(s.x, s.y);
+    shot.setPatternRect(k, Orvane::GenRect<double>(-s.patternWidth / 2.0, -s.patternHeight / 2.0,
+                                                   s.patternWidth, s.patternHeight));
+    shot.setSearchRect(k, Orvane::GenRect<double>(-s.searchWidth / 2.0, -s.searchHeight / 2.0,
+                                                  s.searchWidth, s.searchHeight));
+    // A string of its own: shots on other threads must never share one.
+    shot.setColorMode(k, dstring(s.colorMode));
+    return k;
+}
+
 TrTrackRun::Group::Group(TrSequence* sequence, const TrTrackSpec* specs, int first, int count,
                          const TrRunSettings& settings)
     : first(first), count(count) {
     shot.setSequence(sequence);
-    for (int k = 0; k < count; ++k) {
-        const TrTrackSpec& s = specs[first + k];
-        shot.addTrack(s.x, s.y);
-        shot.setPatternRect(k,
-                            Orvane::GenRect<double>(-s.patternWidth / 2.0, -s.patternHeight / 2.0,
-                                                    s.patternWidth, s.patternHeight));
-        shot.setSearchRect(k, Orvane::GenRect<double>(-s.searchWidth / 2.0, -s.searchHeight / 2.0,
-                                                      s.searchWidth, s.searchHeight));
-        shot.setColorMode(k, dstring(s.colorMode));
-    }
+    for (int k = 0; k < count; ++k)
+        placeTrack(shot, specs[first + k]);
     // Tolerance, behaviour and the switches are the shot's, whatever the
     // track index.
     shot.setFailureTolerance(0, settings.tolerance);

@@ -14,6 +14,7 @@
 
 class TrProgress;
 class TrSequence;
+class TrShotImpl;
 
 /// One track's result at one frame. `keyed` tells whether the tracker wrote
 /// the position into the track's curve; when it did not (the match scored
@@ -95,6 +96,10 @@ struct TrRunSettings {
 /// stopped, or the pass has ended; sinks see each frame exactly then. When a
 /// frame cannot be read, every frame tracked before it is still delivered
 /// and the sinks are finished before the error is passed on.
+/// Appends `spec` to `shot`: its point, pattern and search rectangles centred
+/// on it, and its colour mode. Returns the track's index in the shot.
+int placeTrack(TrShotImpl& shot, const TrTrackSpec& spec);
+
 class TrTrackRun {
 public:
     static constexpr int groupSize = 256;

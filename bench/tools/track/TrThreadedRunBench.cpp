@@ -12,6 +12,7 @@
 #include "tools/track/TrCommandOptions.h"
 #include "tools/track/TrFrameReader.h"
 #include "tools/track/TrTrackFile.h"
+#include "tools/track/TrTrackRun.h"
 #include "tools/track/TrWorkerPool.h"
 #include "track/Sequence/TrDiskSequence.h"
 #include "track/Sequence/TrImageCache.h"
@@ -63,17 +64,8 @@ Plate openPlate(benchmark::State& state) {
 // string of the shot's own.
 void setUpShot(TrShotImpl& shot, const std::vector<TrTrackSpec>& specs,
                const std::vector<int>& which) {
-    for (int i : which) {
-        const TrTrackSpec& s = specs[size_t(i)];
-        const int k = shot.getTrackCount();
-        shot.addTrack(s.x, s.y);
-        shot.setPatternRect(k,
-                            Orvane::GenRect<double>(-s.patternWidth / 2.0, -s.patternHeight / 2.0,
-                                                    s.patternWidth, s.patternHeight));
-        shot.setSearchRect(k, Orvane::GenRect<double>(-s.searchWidth / 2.0, -s.searchHeight / 2.0,
-                                                      s.searchWidth, s.searchHeight));
-        shot.setColorMode(k, dstring(s.colorMode));
-    }
+    for (int i : which)
+        placeTrack(shot, specs[size_t(i)]);
 }
 
 void BM_DecodePlateFrame(benchmark::State& state) {
