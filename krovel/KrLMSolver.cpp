@@ -243,6 +243,48 @@ float KrLMSolver::computeEpsilon(const KrGenVector<float>& v) const {
     return std::sqrt(Krovel::_vector_norm2(d, n));
 }
 
+// The normal matrix and gradient are fully rewritten every iteration, and no
+// element loop allocates.
+void KrLMSolver::sizeScratch() {
+    normal.resize(nx, nx);
+    sums.resize(nx * (nx + 1) / 2);
+    g.resize(nx);
+    gradientSums.resize(nx);
+    step.resize(nx);
+    trialX.resize(nx);
+}
+
+bool KrLMSolver::dampedStep(float lambda, bool& sumsFresh) {
+    KrGenMatrix<float>& a = normal;
+    if (!reaches(dy, ny, nx))
+        return false;
+    // After a rejection the Jacobian and the outputs are those of the last
+    // iteration, so are their sums: only the damping changes.
+    if (!sumsFresh)
+        pairSums(dy, ny, nx, sums.data());
+    normalMatrix(sums.data(), nx, a);
+
+    if (!reaches(y, ny))
+        return false;
+    if (!sumsFresh) {
+        gradient(dy, goal, y, ny, nx, gradientSums);
+        sumsFresh = true;
+    }
+    g.set(gradientSums);
+
+    const bool trusted = !trust.isEmpty();
+    if (trusted) {
+        if (!reaches(trust, nx))
+            return false;
+        applyTrust(trust, nx, a, g);
+    }
+    damp(lambda, nx, a);
+    multiply(inverter.invert(a), g, nx, step);
+    if (trusted)
+        trustStep(trust, nx, step);
+    return true;
+}
+
 void KrLMSolver::solve() {
     if (!problem)
         throw NullPointerException("KrLMSolver::solve: no problem");
@@ -263,15 +305,7 @@ void KrLMSolver::solve() {
     if (iterationLimit < 2)
         return;
 
-    // Scratch sized for this solve; the normal matrix and gradient are fully
-    // rewritten every iteration, and no element loop allocates.
-    normal.resize(nx, nx);
-    sums.resize(nx * (nx + 1) / 2);
-    g.resize(nx);
-    gradientSums.resize(nx);
-    step.resize(nx);
-    trialX.resize(nx);
-    KrGenMatrix<float>& a = normal;
+    sizeScratch();
 
     for (int iteration = 1; iteration < iterationLimit; ++iteration) {
         if (jacobianStale) {
@@ -281,32 +315,8 @@ void KrLMSolver::solve() {
             jacobianStale = false;
             sumsFresh = false;
         }
-        if (!reaches(dy, ny, nx))
+        if (!dampedStep(lambda, sumsFresh))
             return;
-        // After a rejection the Jacobian and the outputs are those of the
-        // last iteration, so are their sums: only the damping changes.
-        if (!sumsFresh)
-            pairSums(dy, ny, nx, sums.data());
-        normalMatrix(sums.data(), nx, a);
-
-        if (!reaches(y, ny))
-            return;
-        if (!sumsFresh) {
-            gradient(dy, goal, y, ny, nx, gradientSums);
-            sumsFresh = true;
-        }
-        g.set(gradientSums);
-
-        const bool trusted = !trust.isEmpty();
-        if (trusted) {
-            if (!reaches(trust, nx))
-                return;
-            applyTrust(trust, nx, a, g);
-        }
-        damp(lambda, nx, a);
-        multiply(inverter.invert(a), g, nx, step);
-        if (trusted)
-            trustStep(trust, nx, step);
 
         // A problem that kept a handle on the last trial keeps its values:
         // the next trial then goes into fresh storage.

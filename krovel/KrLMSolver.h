@@ -68,6 +68,14 @@ public:
     int getIterations() const { return iterations; }
 
 private:
+    /// Sizes the scratch for this solve's parameter count.
+    void sizeScratch();
+    /// The damped step from the current Jacobian and outputs into `step`;
+    /// false when the Jacobian, outputs or trust are too short to read.
+    /// The sums are recomputed only when `sumsFresh` is false, which it
+    /// then becomes.
+    bool dampedStep(float lambda, bool& sumsFresh);
+
     KrLMProblem* problem = nullptr;
     KrGenVector<float> x;
     KrGenVector<float> goal;
