@@ -30,16 +30,33 @@ namespace {
 }
 
 /// A tracker and the lock that keeps two Python threads out of it while
-/// each runs without the interpreter's lock.
+/// one of them runs without the interpreter's lock. Waiting for the lock
+/// while holding the interpreter's could deadlock with a thread that wants
+/// the interpreter's back, so a second thread is refused instead.
 struct Tracker {
     TrPyTracker tracker;
     std::mutex busy;
 
     Tracker(int width, int height, const TrRunSettings& s) : tracker(width, height, s) {}
+};
+
+/// The tracker of `t`, held for the life of this object.
+class Using {
+public:
+    explicit Using(Tracker& t) : tracker(t.tracker), lock(t.busy, std::try_to_lock) {
+        if (!lock.owns_lock())
+            refuse("the tracker is in use by another thread");
+    }
+    TrPyTracker* operator->() const { return &tracker; }
+    TrPyTracker& operator*() const { return tracker; }
 
     std::string frameName(size_t k) const {
         return "frame " + std::to_string(tracker.getFrom() + tracker.getDirection() * int(k));
     }
+
+private:
+    TrPyTracker& tracker;
+    std::unique_lock<std::mutex> lock;
 };
 
 // The frames of `frames`: a list or tuple of frames, or an N×H×W or
@@ -66,43 +83,39 @@ std::vector<py::array> framesOf(const py::object& frames) {
 }
 
 void step(Tracker& t, const py::array& frame) {
-    std::unique_lock<std::mutex> lock(t.busy, std::try_to_lock);
-    if (!lock.owns_lock())
-        refuse("the tracker is in use by another thread");
-    if (!t.tracker.isOpen())
-        t.tracker.start(0, 1);
+    const Using use(t);
+    if (!use->isOpen())
+        use->start(0, 1);
     const TrPyFrames::View view =
-        TrPyFrames::describe(frame, t.frameName(size_t(t.tracker.getSteps())));
+        TrPyFrames::describe(frame, use.frameName(size_t(use->getSteps())));
     py::gil_scoped_release unlocked;
-    t.tracker.step(TrPyFrames::copy(view));
+    use->step(TrPyFrames::copy(view));
 }
 
 void track(Tracker& t, const py::object& frames, int start, bool backward) {
-    std::unique_lock<std::mutex> lock(t.busy, std::try_to_lock);
-    if (!lock.owns_lock())
-        refuse("the tracker is in use by another thread");
+    const Using use(t);
     const std::vector<py::array> arrays = framesOf(frames);
     if (arrays.empty())
         refuse("frames: no frames given");
-    t.tracker.start(start, backward ? -1 : 1);
+    use->start(start, backward ? -1 : 1);
     std::vector<TrPyFrames::View> views;
     try {
         for (size_t k = 0; k < arrays.size(); ++k)
-            views.push_back(TrPyFrames::describe(arrays[k], t.frameName(k)));
+            views.push_back(TrPyFrames::describe(arrays[k], use.frameName(k)));
     } catch (...) {
-        t.tracker.finish();
+        use->finish();
         throw;
     }
     py::gil_scoped_release unlocked;
     try {
         for (const TrPyFrames::View& v : views)
-            t.tracker.step(TrPyFrames::copy(v));
+            use->step(TrPyFrames::copy(v));
     } catch (...) {
         // The frames before the one refused keep their results.
-        t.tracker.finish();
+        use->finish();
         throw;
     }
-    t.tracker.finish();
+    use->finish();
 }
 
 // One value per track and final frame, `fill` where the track has none.
@@ -244,7 +257,7 @@ int addTrack(Tracker& t, double x, double y, std::pair<int, int> pattern,
     s.searchWidth = search.first;
     s.searchHeight = search.second;
     s.colorMode = colorMode;
-    return t.tracker.addTrack(s);
+    return Using(t)->addTrack(s);
 }
 
 void defineTracking(py::class_<Tracker>& c) {
@@ -273,7 +286,7 @@ void defineTracking(py::class_<Tracker>& c) {
           "down from it when `backward`. Runs a whole pass: the results are final.");
     c.def(
         "start",
-        [](Tracker& t, int first, bool backward) { t.tracker.start(first, backward ? -1 : 1); },
+        [](Tracker& t, int first, bool backward) { Using(t)->start(first, backward ? -1 : 1); },
         "first"_a = 0, "backward"_a = false,
         "Opens a pass for step(), its first frame numbered `first`; forgets the last results.");
     c.def("step", step, "frame"_a,
@@ -281,19 +294,19 @@ void defineTracking(py::class_<Tracker>& c) {
           "open). A frame's results appear once no later step can change them: two frames\n"
           "behind while tracks go on, all of them after finish().");
     c.def(
-        "finish", [](Tracker& t) { t.tracker.finish(); },
+        "finish", [](Tracker& t) { Using(t)->finish(); },
         "Ends the pass: every frame stepped is final.");
 }
 
 void defineResults(py::class_<Tracker>& c) {
     const double none = std::numeric_limits<double>::quiet_NaN();
     c.def_property_readonly(
-        "frames", [](const Tracker& t) { return finalFrames(t.tracker); },
+        "frames", [](Tracker& t) { return finalFrames(*Using(t)); },
         "Numbers of the frames whose results are final, in pass order: the columns below.");
     c.def_property_readonly(
         "positions",
-        [none](const Tracker& t) {
-            return perSample<double>(t.tracker, 2, none, [](const TrSample& s, double* out) {
+        [none](Tracker& t) {
+            return perSample<double>(*Using(t), 2, none, [](const TrSample& s, double* out) {
                 out[0] = s.x;
                 out[1] = s.y;
             });
@@ -301,46 +314,47 @@ void defineResults(py::class_<Tracker>& c) {
         "tracks × frames × 2: x, y in pixels; NaN where the track has no result.");
     c.def_property_readonly(
         "scores",
-        [none](const Tracker& t) {
-            return perSample<double>(t.tracker, 1, none,
+        [none](Tracker& t) {
+            return perSample<double>(*Using(t), 1, none,
                                      [](const TrSample& s, double* out) { *out = s.score; });
         },
         "tracks × frames: match score, normalised cross-correlation; NaN where none.");
     c.def_property_readonly(
-        "transforms", [](const Tracker& t) { return transforms(t.tracker); },
+        "transforms", [](Tracker& t) { return transforms(*Using(t)); },
         "tracks × frames × 6: tx, ty (pixels), ro (radians), sc, st0, st1; NaN where none.");
     c.def_property_readonly(
         "keyed",
-        [](const Tracker& t) {
-            return perSample<bool>(t.tracker, 1, false,
+        [](Tracker& t) {
+            return perSample<bool>(*Using(t), 1, false,
                                    [](const TrSample& s, bool* out) { *out = s.keyed; });
         },
         "tracks × frames: whether the result was keyed into the track's curve.");
     c.def_property_readonly(
         "tracked",
-        [](const Tracker& t) {
-            return perSample<bool>(t.tracker, 1, false,
+        [](Tracker& t) {
+            return perSample<bool>(*Using(t), 1, false,
                                    [](const TrSample&, bool* out) { *out = true; });
         },
         "tracks × frames: whether the track has a result at the frame.");
     c.def_property_readonly(
         "lost",
-        [](const Tracker& t) {
-            return perTrack<bool>(t.tracker, [](const TrTrackResult& r) { return r.lost; });
+        [](Tracker& t) {
+            return perTrack<bool>(*Using(t), [](const TrTrackResult& r) { return r.lost; });
         },
         "One per track: whether the tracker stopped it or it left the frame.");
     c.def_property_readonly(
         "lost_at",
-        [](const Tracker& t) {
-            return perTrack<int64_t>(t.tracker,
+        [](Tracker& t) {
+            return perTrack<int64_t>(*Using(t),
                                      [](const TrTrackResult& r) { return int64_t(r.lostAt); });
         },
         "One per track: the frame it was lost at; meaningful where `lost` is set.");
     c.def_property_readonly(
         "lost_reasons",
-        [](const Tracker& t) {
+        [](Tracker& t) {
+            const Using use(t);
             std::vector<std::string> out;
-            for (const TrTrackResult& r : t.tracker.getResults())
+            for (const TrTrackResult& r : use->getResults())
                 out.push_back(r.reason);
             return out;
         },
@@ -351,15 +365,16 @@ void defineTracker(py::module_& m) {
     py::class_<Tracker> c(m, "Tracker");
     defineTracking(c);
     defineResults(c);
-    c.def_property_readonly("width", [](const Tracker& t) { return t.tracker.getWidth(); });
-    c.def_property_readonly("height", [](const Tracker& t) { return t.tracker.getHeight(); });
-    c.def_property_readonly("names", [](const Tracker& t) {
+    c.def_property_readonly("width", [](Tracker& t) { return t.tracker.getWidth(); });
+    c.def_property_readonly("height", [](Tracker& t) { return t.tracker.getHeight(); });
+    c.def_property_readonly("names", [](Tracker& t) {
+        const Using use(t);
         std::vector<std::string> out;
-        for (const TrTrackSpec& s : t.tracker.getSpecs())
+        for (const TrTrackSpec& s : use->getSpecs())
             out.push_back(s.name);
         return out;
     });
-    c.def_property_readonly("is_open", [](const Tracker& t) { return t.tracker.isOpen(); });
+    c.def_property_readonly("is_open", [](Tracker& t) { return Using(t)->isOpen(); });
 }
 
 } // namespace
