@@ -139,6 +139,10 @@ std::vector<TrTrackSpec> startsOf(const std::vector<TrImportedTrack>& tracks,
                         (atFrame ? " at frame " + std::to_string(frame) : std::string("s"))));
         if (t.name.empty())
             throw IllegalArgumentException(dstring(source + ": a track without a name"));
+        for (char c : t.name)
+            if (static_cast<unsigned char>(c) < 0x20)
+                throw IllegalArgumentException(
+                    dstring(source + ": a track's name holds a control character"));
         for (const TrTrackSpec& s : specs)
             if (s.name == t.name)
                 throw IllegalArgumentException(

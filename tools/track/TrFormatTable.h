@@ -53,7 +53,8 @@ std::string readText(const std::string& path);
 /// `frame` when `atFrame`, else at its first point; sizes and colour mode
 /// are left to the command's defaults. A track without that position is an
 /// error "<source>: track \"<name>\" has no position at frame F" (or "has
-/// no positions"), and so are an empty name and a name used twice.
+/// no positions"), and so are an empty name, a name with a control character
+/// and a name used twice.
 std::vector<TrTrackSpec> startsOf(const std::vector<TrImportedTrack>& tracks,
                                   const std::string& source, bool atFrame, int frame);
 

@@ -282,6 +282,10 @@ TrImportedTrack trackOf(const std::string& source, const Node& row,
     t.name = row.items[column[0]].word;
     if (row.items[column[0]].group || t.name.empty())
         failAt(source, row.line, "a track without a name");
+    // A quoted name may span lines; our names, and our messages, may not.
+    for (char c : t.name)
+        if (static_cast<unsigned char>(c) < 0x20)
+            failAt(source, row.line, "a track's name holds a control character");
     const Keys xs = curveKeys(source, row.items[column[1]], "track \"" + t.name + "\": track_x");
     const Keys ys = curveKeys(source, row.items[column[2]], "track \"" + t.name + "\": track_y");
     if (xs.size() != ys.size())

@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 using namespace formatsamples;
 using testsupport::expectThrows;
@@ -118,6 +119,27 @@ TEST(TrFormatTable, TruncatedFilesReadOrFailCleanly) {
     }
 }
 
+// Written files with bytes replaced by characters each format gives meaning
+// to, from a fixed seed: the same promise as for truncation.
+TEST(TrFormatTable, DamagedFilesReadOrFailCleanly) {
+    const std::string meaningful = "{}\"\\\t\n x-.0123456789#\r";
+    std::mt19937 random(7);
+    for (const TrTrackFormat& format : TrFormatTable::formats()) {
+        const std::string text = render(format, known(), "shot.chan")[0].text;
+        for (int trial = 0; trial < 500; ++trial) {
+            std::string damaged = text;
+            for (int k = 0; k < 3; ++k)
+                damaged[random() % damaged.size()] = meaningful[random() % meaningful.size()];
+            try {
+                format.parse(damaged, "t", frame());
+            } catch (const IllegalArgumentException& e) {
+                EXPECT_EQ(std::string::npos, e.getMessage().str().find('\n'))
+                    << format.name << ": " << damaged;
+            }
+        }
+    }
+}
+
 TEST(TrFormatTable, ChoosesTheExportByNameOrOwnExtension) {
     EXPECT_STREQ("nuke", TrFormatTable::forExport("", "a/b.nk").name);
     EXPECT_STREQ("chan", TrFormatTable::forExport("", "b.chan").name);
@@ -178,6 +200,11 @@ TEST(TrFormatTable, TracksStartAtTheFrameAskedOrTheirFirst) {
             TrFormatTable::startsOf({{"", {{1, 1, 1}}}}, "t", false, 0);
         },
         "t: a track without a name");
+    expectThrows<IllegalArgumentException>(
+        [] {
+            TrFormatTable::startsOf({{"a\tb", {{1, 1, 1}}}}, "t", false, 0);
+        },
+        "t: a track's name holds a control character");
 }
 
 // The command reads an imported file's names with the other tracks, numbers

@@ -144,6 +144,8 @@ TEST(TrNukeFormat, MalformedScriptsNameTheLine) {
          "s.nk: line 6: a row of the tracks table is short of columns"},
         {"Tracker4 {\n tracks { { 1 1 0 }\n{ { 3 1 75 name name 1 } }\n{ }\n}\n}\n",
          "s.nk: line 3: the tracks table has no \"track_x\" column"},
+        {head + " { \"a\nb\" {curve x1 1} {curve x1 2} }\n}\n}\n}\n",
+         "s.nk: line 6: a track's name holds a control character"},
         {std::string(300, '{'), "s.nk: line 1: braces nested too deep"},
     };
     for (const auto& c : cases)
