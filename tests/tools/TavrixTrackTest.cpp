@@ -5,6 +5,7 @@
 #include "image/Image.h"
 #include "image/ImageFile.h"
 #include "tools/TrToolTestSupport.h"
+#include "tools/track/TrCommandOptions.h"
 #include "tools/track/TrJson.h"
 
 #include <gtest/gtest.h>
@@ -324,4 +325,45 @@ TEST(TavrixTrack, DemoFollowsTheKnownPathAndDrawsOverlays) {
         EXPECT_EQ(std::make_pair(320, 240), std::make_pair(img.getBounds().w, img.getBounds().h));
     }
     EXPECT_TRUE(std::filesystem::exists(dir / "ov/path.png"));
+}
+
+// Tracks exported at the end of one pass start the next one where the first
+// left them: the exported file's corner and y direction read back exactly.
+TEST(TavrixTrack, ExportedTracksStartTheNextPassWhereTheyEnded) {
+    TempDir dir;
+    writeTranslated(dir, 8);
+    const Result first =
+        run(dir, trackArgs(dir, 4, 1, 5) + " --out " + dir / "r.csv" + " --homography " +
+                     dir / "h.json" + " --export " + dir / "r.nk");
+    ASSERT_EQ(0, first.status) << first.err;
+    ASSERT_EQ(
+        0,
+        run(dir, trackArgs(dir, 4, 1, 5) + " --export " + dir / "r.txt" + " --format 3de").status);
+    EXPECT_NE(std::string::npos, readFile(dir / "r.nk").find("\nCornerPin2D {\n"));
+    const auto ended = parseCsv(readFile(dir / "r.csv"));
+    for (const std::string file : {"r.nk", "r.txt"}) {
+        TrCommandOptions o = TrCommandOptions::parse(
+            {dir / "plate.####.png", "--tracks", dir / file, "--from", "5"});
+        o.placeImportedTracks(TrFrameSize{200, 150});
+        ASSERT_EQ(4u, o.tracks.size()) << file;
+        for (int i = 1; i <= 4; ++i) {
+            const TrTrackSpec& t = o.tracks[size_t(i - 1)];
+            EXPECT_EQ(std::to_string(i), t.name);
+            // The CSV's four decimals bound the difference.
+            EXPECT_NEAR(ended.at({t.name, 5}).x, t.x, 1e-4) << file << " " << i;
+            EXPECT_NEAR(ended.at({t.name, 5}).y, t.y, 1e-4) << file << " " << i;
+        }
+        const Result next = run(dir, dir / "plate.####.png --quiet --from 5 --to 8 --tracks " +
+                                         dir / file + " --out " + dir / "n.csv");
+        ASSERT_EQ(0, next.status) << file << ": " << next.err;
+        const auto started = parseCsv(readFile(dir / "n.csv"));
+        for (int i = 1; i <= 4; ++i) {
+            const std::pair<std::string, int> key{std::to_string(i), 5};
+            ASSERT_EQ(1u, started.count(key)) << file << " " << i;
+            // The tracker solves its first frame again, a few thousandths of
+            // a pixel from where it was placed.
+            EXPECT_NEAR(ended.at(key).x, started.at(key).x, 0.01) << file << " " << i;
+            EXPECT_NEAR(ended.at(key).y, started.at(key).y, 0.01) << file << " " << i;
+        }
+    }
 }

@@ -1,6 +1,7 @@
 #include "tools/track/TrCommandOptions.h"
 
 #include "base/Exception.h"
+#include "tools/track/TrFormatTable.h"
 #include "tools/track/TrNumbers.h"
 #include "track/TrModes.h"
 
@@ -51,6 +52,13 @@ std::vector<Choice> colorModes() {
     return choicesOf(TrModes::colorModes);
 }
 
+std::vector<Choice> formats() {
+    std::vector<Choice> list;
+    for (const TrTrackFormat& f : TrFormatTable::formats())
+        list.push_back({f.name, f.help});
+    return list;
+}
+
 std::string onOff(bool on) {
     return on ? "on" : "off";
 }
@@ -82,7 +90,8 @@ const Option kOptions[] = {
      nullptr, nullptr},
     {"--tracks", nullptr, "FILE.json",
      "tracks from a file: {\"tracks\": [{\"name\": \"a\", \"position\": [x,y], \"pattern\": "
-     "[w,h], \"search\": [w,h], \"colorMode\": \"red\"}]}",
+     "[w,h], \"search\": [w,h], \"colorMode\": \"red\"}]}, or one of the --format files, "
+     "each track starting where it is at --from (or at its first frame)",
      [](Parsing& p, const Given& g) { p.trackFiles.push_back(g.value); }, nullptr, nullptr},
     {"--pattern", nullptr, "WxH", "pattern size",
      [](Parsing& p, const Given& g) {
@@ -189,6 +198,17 @@ const Option kOptions[] = {
          p.o.homographyFile = g.value;
      },
      nullptr, nullptr},
+    {"--export", nullptr, "FILE",
+     "results in another package's format as well (instead of the CSV on standard output "
+     "without --out)",
+     [](Parsing& p, const Given& g) {
+         if (g.value.empty())
+             fail(g.name + " needs a file");
+         p.o.exportPath = g.value;
+     },
+     nullptr, nullptr},
+    {"--format", nullptr, "NAME", "the --export format, when its extension does not tell:",
+     [](Parsing& p, const Given& g) { p.o.exportFormat = g.value; }, nullptr, formats},
     {"--quiet", "-q", nullptr, "no progress line, notices or summary",
      [](Parsing& p, const Given&) { p.o.quiet = true; }, nullptr, nullptr},
     {"--demo", nullptr, nullptr,
@@ -256,12 +276,33 @@ void checkInput(const Parsing& p) {
         fail("--demo places its own tracks; --track and --tracks cannot be used with it");
 }
 
+// A track file of ours, or of a package the format table reads; the latter's
+// positions wait for the frame size.
+std::vector<TrTrackSpec> readTracks(Parsing& p, const std::string& file, int firstNumber) {
+    if (endsWith(file, ".json"))
+        return readTrackFile(file, firstNumber);
+    const std::string text = TrFormatTable::readText(file);
+    const TrTrackFormat* format = TrFormatTable::forImport(file, text);
+    if (!format)
+        return parseTrackFile(text, file, firstNumber);
+    p.o.imports.push_back({file, p.o.tracks.size()});
+    return TrFormatTable::startsOf(format->parse(text, file, TrFrameSize()), file, p.o.hasFrom,
+                                   p.o.from);
+}
+
+void checkExport(const TrCommandOptions& o) {
+    if (o.exportPath.empty() && !o.exportFormat.empty())
+        fail("--format names the format of --export FILE, which is not given");
+    if (!o.exportPath.empty())
+        TrFormatTable::forExport(o.exportFormat, o.exportPath);
+}
+
 // Tracks from files first, in argument order, then those of --track, each
 // numbered after the tracks before it.
 void gatherTracks(Parsing& p) {
     std::vector<TrTrackSpec>& tracks = p.o.tracks;
     for (const std::string& file : p.trackFiles) {
-        const std::vector<TrTrackSpec> more = readTrackFile(file, int(tracks.size()) + 1);
+        const std::vector<TrTrackSpec> more = readTracks(p, file, int(tracks.size()) + 1);
         for (const TrTrackSpec& s : more)
             for (const TrTrackSpec& t : tracks)
                 if (s.name == t.name)
@@ -398,9 +439,25 @@ TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
     if (o.help)
         return o;
     checkInput(p);
+    checkExport(o);
     gatherTracks(p);
     completeTracks(o);
     return o;
+}
+
+void TrCommandOptions::placeImportedTracks(const TrFrameSize& size) {
+    for (const Import& i : imports) {
+        const std::string text = TrFormatTable::readText(i.path);
+        const TrTrackFormat* format = TrFormatTable::forImport(i.path, text);
+        if (!format)
+            fail(i.path + ": changed while being read");
+        const std::vector<TrTrackSpec> placed =
+            TrFormatTable::startsOf(format->parse(text, i.path, size), i.path, hasFrom, from);
+        for (size_t k = 0; k < placed.size() && i.first + k < tracks.size(); ++k) {
+            tracks[i.first + k].x = placed[k].x;
+            tracks[i.first + k].y = placed[k].y;
+        }
+    }
 }
 
 const char* TrCommandOptions::usage() {

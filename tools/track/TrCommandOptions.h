@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/track/TrTrackFile.h"
+#include "tools/track/TrTrackFormat.h"
 
 #include <string>
 #include <vector>
@@ -40,6 +41,19 @@ struct TrCommandOptions {
     std::string out;
     std::string overlayDir;
     std::string homographyFile;
+    /// --export: results in another package's format as well (or, without
+    /// --out, instead of the CSV on standard output); empty for none.
+    std::string exportPath;
+    /// --format: the export's format; empty to go by the extension.
+    std::string exportFormat;
+    /// Track files in other packages' formats and where their tracks start
+    /// in `tracks`: they are read again for their positions once the frame
+    /// size is known (placeImportedTracks).
+    struct Import {
+        std::string path;
+        size_t first = 0;
+    };
+    std::vector<Import> imports;
     bool quiet = false;
     bool help = false;
 
@@ -52,6 +66,9 @@ struct TrCommandOptions {
     /// and the offending text. Track files are read here, so their errors
     /// surface before any frame is.
     static TrCommandOptions parse(const std::vector<std::string>& args);
+
+    /// Sets the positions of the imported tracks for frames of `size`.
+    void placeImportedTracks(const TrFrameSize& size);
 
     /// The usage text printed by --help.
     static const char* usage();

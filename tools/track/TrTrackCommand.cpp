@@ -4,6 +4,7 @@
 #include "tools/track/TrCommandOptions.h"
 #include "tools/track/TrDemo.h"
 #include "tools/track/TrErrorText.h"
+#include "tools/track/TrFormatTable.h"
 #include "tools/track/TrHomography.h"
 #include "tools/track/TrNumbers.h"
 #include "tools/track/TrOverlay.h"
@@ -14,6 +15,7 @@
 #include "track/Sequence/TrImageCache.h"
 #include "track/Sequence/TrTestSequence.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -55,6 +57,8 @@ struct Prepared {
 struct Outputs {
     std::ofstream file;
     std::unique_ptr<TrRunSink> writer;
+    std::ofstream exportFile;
+    std::unique_ptr<TrExportWriter> exporter;
     std::unique_ptr<TrOverlay> overlay;
     std::unique_ptr<TrProgress> progress;
 };
@@ -111,6 +115,7 @@ void prepare(Prepared& p) {
     const long bytes = long(p.bounds.w) * p.bounds.h * long(frame.getFormat().getBytesPerPixel());
     TrImageCache& cache = TrImageCache::getInstance();
     cache.setMaxSize(std::max(cache.getMaxSize(), kCachedFrames * bytes));
+    p.o.placeImportedTracks(TrFrameSize{p.bounds.w, p.bounds.h});
     p.specs = p.o.demo ? TrDemo::tracks(p.demo(), p.o) : p.o.tracks;
     checkTracks(p);
 }
@@ -126,6 +131,33 @@ TrRunSettings settingsOf(const TrCommandOptions& o) {
     return s;
 }
 
+// The export's writer; a format of one file per track writes beside the
+// path or into it, which must then be a directory.
+void configureExport(Outputs& out, const Prepared& p) {
+    const TrCommandOptions& o = p.o;
+    const TrTrackFormat& format = TrFormatTable::forExport(o.exportFormat, o.exportPath);
+    TrExportSetup setup;
+    setup.path = o.exportPath;
+    setup.size = TrFrameSize{p.bounds.w, p.bounds.h};
+    setup.cornerPin = !o.homographyFile.empty();
+    if (format.filePerTrack) {
+        const std::string ext = format.extension;
+        const std::string& path = o.exportPath;
+        struct stat info {};
+        const bool pattern = path.size() > ext.size() &&
+                             path.compare(path.size() - ext.size(), ext.size(), ext) == 0;
+        if (!pattern && (stat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)))
+            throw IllegalArgumentException(dstring("--export: \"" + path + "\" is neither a " +
+                                                   ext + " pattern nor a directory"));
+    } else {
+        out.exportFile.open(o.exportPath, std::ios::out | std::ios::trunc | std::ios::binary);
+        if (!out.exportFile)
+            throw IllegalArgumentException(dstring("cannot write \"" + o.exportPath + "\""));
+        setup.out = &out.exportFile;
+    }
+    out.exporter = format.makeWriter(setup);
+}
+
 // The results file or standard output, the overlay and the progress line.
 void configure(Outputs& out, Prepared& p, TrTrackRun& run) {
     const TrCommandOptions& o = p.o;
@@ -137,14 +169,18 @@ void configure(Outputs& out, Prepared& p, TrTrackRun& run) {
     std::ostream& stream = o.out.empty() ? std::cout : out.file;
     if (o.jsonOut())
         out.writer.reset(new TrJsonWriter(stream));
-    else if (!o.out.empty() || !o.demo)
+    else if (!o.out.empty() || (!o.demo && o.exportPath.empty()))
         out.writer.reset(new TrCsvWriter(stream));
+    if (!o.exportPath.empty())
+        configureExport(out, p);
     if (!o.overlayDir.empty()) {
         out.overlay.reset(new TrOverlay(p.sequence.get(), o.overlayDir));
         out.overlay->setNotices(o.quiet ? nullptr : stderr);
     }
     if (out.writer)
         run.addSink(out.writer.get());
+    if (out.exporter)
+        run.addSink(out.exporter.get());
     if (out.overlay)
         run.addSink(out.overlay.get());
     if (!o.quiet && isatty(STDERR_FILENO)) {
