@@ -10,7 +10,7 @@
 /// the usage text: an option is a row with its names, value, help and what
 /// it sets here.
 struct TrCommandOptions {
-    /// Frame-file pattern, "#" standing for the digits; empty with `demo`.
+    /// Frame-file pattern (TrFramePattern); empty with `demo`.
     std::string input;
     bool demo = false;
     /// Tracks from --tracks files, then from --track, in argument order.
@@ -42,6 +42,7 @@ struct TrCommandOptions {
     std::string homographyFile;
     bool quiet = false;
     bool help = false;
+    bool version = false;
 
     /// True when `out` names a JSON file.
     bool jsonOut() const;
