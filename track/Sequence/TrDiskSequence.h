@@ -40,8 +40,8 @@ public:
 
     /// Also reads "@" runs and printf fields ("%04d", "%d") as the frame
     /// number, in names without "#", from the next setFilename on. Off by
-    /// default, when such a name is taken literally around an empty field;
-    /// costs nothing.
+    /// default: such a name is then matched literally, as a suffix, the way
+    /// a name without "#" always is. Costs nothing.
     void setAllPatternForms(bool on) { allForms = on; }
     bool getAllPatternForms() const { return allForms; }
 
