@@ -23,8 +23,9 @@ python=()
 if [ -x /usr/bin/python3 ]; then
     python=(-DPython_EXECUTABLE=/usr/bin/python3 -DPython3_EXECUTABLE=/usr/bin/python3)
 fi
-cmake -S . -B build/install --no-warn-unused-cli -DCMAKE_BUILD_TYPE=Release -DTAVRIX_BENCHMARKS=OFF \
-    -DTAVRIX_TESTS=OFF -DCMAKE_INSTALL_PREFIX="$prefix" "${python[@]}" > /dev/null
+cmake -S . -B build/install --no-warn-unused-cli -DCMAKE_BUILD_TYPE=Release \
+    -DTAVRIX_BENCHMARKS=OFF -DTAVRIX_TESTS=OFF -DCMAKE_INSTALL_PREFIX="$prefix" "${python[@]}" \
+    > /dev/null
 cmake --build build/install -j "$(nproc)"
 
 # The nearest folder of the prefix that exists says whether we may write.
