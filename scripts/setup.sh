@@ -11,6 +11,7 @@ packages=(
     libopencv-dev # the comparison benchmark only
     libegl-dev libgl1-mesa-dri
     clang-format clang-tidy
+    pybind11-dev python3-pybind11 python3-dev python3-numpy python3-pytest # the Python module
 )
 
 missing=()
