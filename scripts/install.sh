@@ -17,15 +17,10 @@ esac
 
 scripts/setup.sh
 
-# The Debian interpreter is the one whose path the module is installed on,
-# even where another python3 comes first on PATH.
-python=()
-if [ -x /usr/bin/python3 ]; then
-    python=(-DPython_EXECUTABLE=/usr/bin/python3 -DPython3_EXECUTABLE=/usr/bin/python3)
-fi
-cmake -S . -B build/install --no-warn-unused-cli -DCMAKE_BUILD_TYPE=Release \
-    -DTAVRIX_BENCHMARKS=OFF -DTAVRIX_TESTS=OFF -DCMAKE_INSTALL_PREFIX="$prefix" "${python[@]}" \
-    > /dev/null
+# The module's build picks Debian's interpreter itself and installs where it
+# looks under the prefix.
+cmake -S . -B build/install -DCMAKE_BUILD_TYPE=Release -DTAVRIX_BENCHMARKS=OFF \
+    -DTAVRIX_TESTS=OFF -DCMAKE_INSTALL_PREFIX="$prefix" > /dev/null
 cmake --build build/install -j "$(nproc)"
 
 # The nearest folder of the prefix that exists says whether we may write.
@@ -40,12 +35,12 @@ fi
 $sudo cmake --install build/install
 
 echo "installed into $prefix"
-if grep -q '\.so$' build/install/install_manifest.txt &&
-    grep -qi 'python\|site-packages\|dist-packages' build/install/install_manifest.txt; then
-    if /usr/bin/python3 -c "import tavrix" 2> /dev/null; then
+module=$(grep -E '/(dist|site)-packages/tavrix[^/]*\.so$' build/install/install_manifest.txt || true)
+if [ -n "$module" ]; then
+    if (cd / && python3 -c "import tavrix" 2> /dev/null); then
         echo "python3 -c \"import tavrix\" works"
     else
-        echo "warning: the Python module was installed, but /usr/bin/python3 cannot import" \
-            "tavrix from $prefix" >&2
+        echo "the Python module is $module; python3 finds it with" \
+            "PYTHONPATH=$(dirname "$module")" >&2
     fi
 fi
