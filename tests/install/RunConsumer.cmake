@@ -1,7 +1,7 @@
 # Installs a build tree into a fresh prefix and builds the consumer against
 # the prefix alone: with find_package, and with the flags pkg-config gives.
 #   cmake -DBUILD=tree -DWORK=dir -DCONSUMER=source -DCXX=compiler
-#         -DGENERATOR=name [-DSANITIZE=list] -P RunConsumer.cmake
+#         -DGENERATOR=name [-DSANITIZE=list] [-DPYTHON=interpreter] -P RunConsumer.cmake
 # A sanitizer tree installs sanitized static libraries, so the consumer is
 # built with the same sanitizers.
 
@@ -54,3 +54,17 @@ foreach(text ".TH TAVRIX-TRACK 1" "\\fB\\-\\-version\\fR" "\\fB%04d\\fR")
         message(FATAL_ERROR "the man page lacks \"${text}\"")
     endif()
 endforeach()
+
+# The Python module, when the tree built it, imports from where it was
+# installed, with the installed module first on the path.
+if(PYTHON)
+    file(GLOB_RECURSE modules ${prefix}/*/tavrix.*.so)
+    if(NOT modules)
+        message(FATAL_ERROR "no Python module under ${prefix}")
+    endif()
+    list(GET modules 0 module)
+    get_filename_component(moduledir ${module} DIRECTORY)
+    set(ENV{PYTHONPATH} ${moduledir})
+    run(${PYTHON} -c "import sys, tavrix; sys.exit(tavrix.__file__ != sys.argv[1])" ${module}
+        WORKING_DIRECTORY ${WORK})
+endif()
