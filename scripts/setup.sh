@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(
-    build-essential cmake
+    build-essential cmake pkg-config
     libgtest-dev libgmock-dev libbenchmark-dev
     liblapack-dev
     libopenimageio-dev openimageio-tools

@@ -3,6 +3,7 @@
 #include "base/Exception.h"
 #include "tools/track/TrFormatTable.h"
 #include "tools/track/TrNumbers.h"
+#include "track/Sequence/TrFramePattern.h"
 #include "track/TrModes.h"
 
 #include <cstring>
@@ -217,6 +218,8 @@ const Option kOptions[] = {
      [](Parsing& p, const Given&) { p.o.demo = true; }, nullptr, nullptr},
     {"--help", "-h", nullptr, "this text", [](Parsing& p, const Given&) { p.o.help = true; },
      nullptr, nullptr},
+    {"--version", nullptr, nullptr, "the program's name and version",
+     [](Parsing& p, const Given&) { p.o.version = true; }, nullptr, nullptr},
 };
 
 const Option* findOption(const std::string& name) {
@@ -270,8 +273,8 @@ void checkInput(const Parsing& p) {
         fail("--demo tracks its own synthetic clip; drop the frame pattern \"" + o.input + "\"");
     if (!o.demo && o.input.empty())
         fail("no frame pattern given (e.g. shots/plate.####.png), nor --demo");
-    if (!o.demo && o.input.find('#') == std::string::npos)
-        fail("the frame pattern \"" + o.input + "\" has no '#' for the frame number");
+    if (!o.demo)
+        TrFramePattern::parse(o.input);
     if (o.demo && (!p.lineTracks.empty() || !p.trackFiles.empty()))
         fail("--demo places its own tracks; --track and --tracks cannot be used with it");
 }
@@ -404,7 +407,15 @@ std::string makeUsage() {
        tavrix-track --demo [options]
 
 Follows features through a numbered image sequence and writes their paths.
-PATTERN names the frame files with '#' for the digits: shots/plate.####.exr.
+PATTERN names the frame files; one field of the file name is the number:
+  ####   '#' for the digits: zero-padded to the shortest number among the
+         files, longer numbers in full (shots/plate.####.exr)
+  @@@@   the same with '@' (shots/plate.@@@@.exr)
+  %04d   printf's zero-padded width, %d unpadded, %% a plain '%'; only files
+         named exactly so fit (shots/plate.%04d.exr)
+In a name with '#', '%' and '@' are plain; in one with '%', '@' is. The pass
+runs from the lowest to the highest number among the files unless --from and
+--to say otherwise; a missing frame between them stops it with an error.
 Positions are pixels, origin at the top-left corner of the frame, pixel
 centres at +0.5 (the top-left pixel's centre is 0.5,0.5).
 )";
@@ -436,7 +447,7 @@ TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
     TrCommandOptions o;
     Parsing p{o, {}, {}};
     readArguments(p, args);
-    if (o.help)
+    if (o.help || o.version)
         return o;
     checkInput(p);
     checkExport(o);

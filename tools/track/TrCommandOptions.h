@@ -11,7 +11,7 @@
 /// the usage text: an option is a row with its names, value, help and what
 /// it sets here.
 struct TrCommandOptions {
-    /// Frame-file pattern, "#" standing for the digits; empty with `demo`.
+    /// Frame-file pattern (TrFramePattern); empty with `demo`.
     std::string input;
     bool demo = false;
     /// Tracks from --tracks files, then from --track, in argument order.
@@ -56,6 +56,7 @@ struct TrCommandOptions {
     std::vector<Import> imports;
     bool quiet = false;
     bool help = false;
+    bool version = false;
 
     /// True when `out` names a JSON file.
     bool jsonOut() const;

@@ -67,7 +67,11 @@ Orvane::SmartPtr<TrSequence> openSequence(const TrCommandOptions& o) {
     if (o.demo)
         return Orvane::SmartPtr<TrSequence>(new TrTestSequence());
     try {
-        return Orvane::SmartPtr<TrSequence>(new TrDiskSequence(dstring(o.input)));
+        auto* disk = new TrDiskSequence();
+        Orvane::SmartPtr<TrSequence> sequence(disk);
+        disk->setAllPatternForms(true);
+        disk->setFilename(dstring(o.input));
+        return sequence;
     } catch (const Exception& e) {
         if (e.getMessage() == dstring("not found"))
             throw IllegalArgumentException(
@@ -250,6 +254,10 @@ int runTrackCommand(const std::vector<std::string>& args) {
         p.o = TrCommandOptions::parse(args);
         if (p.o.help) {
             std::fputs(TrCommandOptions::usage(), stdout);
+            return 0;
+        }
+        if (p.o.version) {
+            std::printf("tavrix-track %s\n", TAVRIX_VERSION);
             return 0;
         }
         prepare(p);

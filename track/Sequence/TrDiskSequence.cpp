@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "image/ImageFile.h"
+#include "track/Sequence/TrFramePattern.h"
 #include "track/Sequence/TrImageCache.h"
 
 #include <dirent.h>
@@ -20,21 +21,9 @@ struct DirCloser {
     void operator()(DIR* d) const { closedir(d); }
 };
 
-} // namespace
-
-TrDiskSequence::TrDiskSequence(const dstring& pattern) {
-    setFilename(pattern);
-}
-
-void TrDiskSequence::setFilename(const dstring& pattern) {
-    // The pattern names no existing file, so only its directory is resolved.
-    const std::string text = pattern.str();
-    const size_t slash = text.find_last_of('/');
-    const std::string given = slash == std::string::npos ? std::string(".")
-                              : slash == 0               ? std::string("/")
-                                                         : text.substr(0, slash);
-    const std::string name = slash == std::string::npos ? text : text.substr(slash + 1);
-
+// The resolved directory with its trailing "/". The pattern names no
+// existing file, so only its directory is resolved.
+std::string resolveDirectory(const std::string& given) {
     char resolved[PATH_MAX];
     resolved[0] = 0;
     if (!realpath(given.c_str(), resolved)) {
@@ -45,21 +34,64 @@ void TrDiskSequence::setFilename(const dstring& pattern) {
     std::string dir = resolved;
     if (dir.empty() || dir.back() != '/')
         dir += '/';
+    return dir;
+}
 
+// How the file name splits around its field. A "#" name keeps the original
+// rule: the prefix ends at the first "#", the suffix starts after the last,
+// and whatever lies between must convert to a number.
+TrFramePattern splitName(const std::string& pattern, const std::string& name, bool allForms) {
+    const bool other = name.find_first_of("@%") != std::string::npos;
+    if (allForms && other && name.find('#') == std::string::npos) {
+        TrFramePattern form = TrFramePattern::parse(pattern);
+        form.directory.clear();
+        return form;
+    }
+    TrFramePattern form;
     const size_t firstHash = name.find('#');
-    const std::string pre =
-        firstHash == std::string::npos ? std::string() : name.substr(0, firstHash);
-    const std::string post =
-        firstHash == std::string::npos ? name : name.substr(name.find_last_of('#') + 1);
+    if (firstHash != std::string::npos) {
+        form.prefix = name.substr(0, firstHash);
+        form.suffix = name.substr(name.find_last_of('#') + 1);
+    } else {
+        form.suffix = name;
+    }
+    return form;
+}
 
-    std::unique_ptr<DIR, DirCloser> d(opendir(dir.c_str()));
-    if (!d)
-        throw IllegalArgumentException(dstring("bad filename \"" + given + "\""));
-
+// The frame numbers and the shortest digit count of the files that fit.
+struct Scan {
     bool found = false;
     int first = 0;
     int last = 0;
     int digits = 0;
+
+    void add(int frame, int count) {
+        first = !found || frame < first ? frame : first;
+        last = !found || frame > last ? frame : last;
+        digits = !found || count < digits ? count : digits;
+        found = true;
+    }
+};
+
+// The frame of one directory entry under the "#" rule, or false when the
+// entry does not fit around the number.
+bool hashFrame(const TrFramePattern& form, const char* entry, int& frame, int& count) {
+    const std::string& pre = form.prefix;
+    const std::string& post = form.suffix;
+    const size_t n = std::strlen(entry);
+    if (n < pre.size() + post.size() || pre.compare(0, pre.size(), entry, pre.size()) ||
+        post.compare(0, post.size(), entry + n - post.size(), post.size()))
+        return false;
+    count = static_cast<int>(n - pre.size() - post.size());
+    frame = static_cast<int>(dstring(entry + pre.size(), count).toLong(10));
+    return true;
+}
+
+Scan scanDirectory(const std::string& dir, const std::string& given, const TrFramePattern& form) {
+    std::unique_ptr<DIR, DirCloser> d(opendir(dir.c_str()));
+    if (!d)
+        throw IllegalArgumentException(dstring("bad filename \"" + given + "\""));
+    Scan scan;
     for (;;) {
         // readdir signals an error only through errno; the end leaves it alone.
         errno = 0;
@@ -69,36 +101,57 @@ void TrDiskSequence::setFilename(const dstring& pattern) {
                 throw Exception(dstring::format("readdir_r error %d", errno));
             break;
         }
-        const size_t n = std::strlen(ent->d_name);
-        if (n < pre.size() + post.size() || pre.compare(0, pre.size(), ent->d_name, pre.size()) ||
-            post.compare(0, post.size(), ent->d_name + n - post.size(), post.size()))
-            continue;
-        const int count = static_cast<int>(n - pre.size() - post.size());
-        const int frame = static_cast<int>(dstring(ent->d_name + pre.size(), count).toLong(10));
-        if (!found) {
-            found = true;
-            first = last = frame;
-            digits = count;
-        } else {
-            first = frame < first ? frame : first;
-            last = frame > last ? frame : last;
-            digits = count < digits ? count : digits;
-        }
+        int frame = 0;
+        int count = 0;
+        if (form.marker == '#' ? hashFrame(form, ent->d_name, frame, count)
+                               : form.match(ent->d_name, frame, count))
+            scan.add(frame, count);
     }
-    if (!found)
+    return scan;
+}
+
+} // namespace
+
+TrDiskSequence::TrDiskSequence(const dstring& pattern) {
+    setFilename(pattern);
+}
+
+void TrDiskSequence::setFilename(const dstring& pattern) {
+    const std::string text = pattern.str();
+    const size_t slash = text.find_last_of('/');
+    const std::string given = slash == std::string::npos ? std::string(".")
+                              : slash == 0               ? std::string("/")
+                                                         : text.substr(0, slash);
+    const std::string name = slash == std::string::npos ? text : text.substr(slash + 1);
+
+    const std::string dir = resolveDirectory(given);
+    const TrFramePattern form = splitName(text, name, allForms);
+    const Scan scan = scanDirectory(dir, given, form);
+    if (!scan.found)
         throw IllegalArgumentException("not found");
 
     directory = dir;
-    prefix = pre;
-    suffix = post;
-    firstFrame = first;
-    lastFrame = last;
-    width = digits;
+    prefix = form.prefix;
+    suffix = form.suffix;
+    firstFrame = scan.first;
+    lastFrame = scan.last;
+    // "@" and printf fields say their width; "#" takes the shortest number.
+    width = form.marker == '#' ? scan.digits : form.width;
+    marker = form.marker;
     bounds.clear();
 }
 
 dstring TrDiskSequence::getFilename() const {
-    return directory + "/" + prefix + dstring(std::string(width, '#')) + suffix;
+    return directory + "/" + dstring(form().name());
+}
+
+TrFramePattern TrDiskSequence::form() const {
+    TrFramePattern f;
+    f.prefix = prefix.str();
+    f.suffix = suffix.str();
+    f.marker = marker;
+    f.width = width;
+    return f;
 }
 
 void TrDiskSequence::setFirstFrame(int frame) {
@@ -108,6 +161,8 @@ void TrDiskSequence::setFirstFrame(int frame) {
 }
 
 dstring TrDiskSequence::getFramePath(float t) const {
+    if (marker != '#')
+        return directory + dstring(form().expand(static_cast<int>(std::roundf(t))));
     std::string digits = std::to_string(static_cast<int>(std::roundf(t)));
     if (static_cast<int>(digits.size()) < width)
         digits.insert(0, width - digits.size(), '0');

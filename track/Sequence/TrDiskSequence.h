@@ -6,9 +6,13 @@
 #include "image/Image.h"
 #include "track/Sequence/TrSequence.h"
 
+struct TrFramePattern;
+
 /// Numbered image files in one directory, served as frames through the
 /// process-wide image cache. A pattern names the series, a run of "#"
-/// standing for the frame number: "/shots/a/shot####.exr".
+/// standing for the frame number: "/shots/a/shot####.exr". With
+/// setAllPatternForms, "@" runs and printf fields ("shot%04d.exr") name it
+/// too (TrFramePattern).
 class TrDiskSequence : public TrSequence {
 public:
     /// No series yet: call setFilename before asking for frames.
@@ -23,10 +27,23 @@ public:
     /// fits, Exception "readdir_r error <errno>" when reading the directory
     /// fails, and the number conversion's exception when a fitting name
     /// holds no number. On failure the sequence is unchanged.
+    /// With all pattern forms on, a name without "#" that holds "@" or "%"
+    /// is read by TrFramePattern::parse, whose exception it throws for a
+    /// malformed name; the scan then passes over files whose number part is
+    /// not what the field writes for their number (TrFramePattern::match),
+    /// and the width is the field's own.
     void setFilename(const dstring& pattern);
     /// The directory, a "/" (doubled after the directory's own), the prefix,
-    /// one "#" per digit and the suffix.
+    /// one "#" per digit and the suffix; "@" or printf series write their
+    /// field in their own form.
     dstring getFilename() const;
+
+    /// Also reads "@" runs and printf fields ("%04d", "%d") as the frame
+    /// number, in names without "#", from the next setFilename on. Off by
+    /// default: such a name is then matched literally, as a suffix, the way
+    /// a name without "#" always is. Costs nothing.
+    void setAllPatternForms(bool on) { allForms = on; }
+    bool getAllPatternForms() const { return allForms; }
 
     int getFirstFrame() override { return firstFrame; }
     int getLastFrame() override { return lastFrame; }
@@ -37,7 +54,8 @@ public:
     int getWidth() const { return width; }
 
     /// The file of frame `t` (rounded): directory, prefix, the number padded
-    /// with zeros to the width (never shortened) and suffix.
+    /// with zeros to the width (never shortened) and suffix. The "@" and
+    /// printf forms count a minus sign towards the width, as printf does.
     dstring getFramePath(float t) const;
 
     /// Frame `t` from the cache, or read from its file and cached. A file
@@ -49,6 +67,9 @@ public:
     Orvane::GenRect<int> getBounds(float t) override;
 
 private:
+    /// The series' name as a pattern, without directory.
+    TrFramePattern form() const;
+
     /// Indexed by frame - first frame; an empty rectangle is not known yet.
     Array<Orvane::GenRect<int>> bounds;
     /// Resolved, with its trailing "/".
@@ -58,4 +79,7 @@ private:
     int firstFrame = 0;
     int lastFrame = 0;
     int width = 0;
+    /// '#', or the '@' or '%' of the other forms.
+    char marker = '#';
+    bool allForms = false;
 };

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using Orvane::Format;
@@ -206,4 +207,53 @@ TEST_F(TrDiskSequenceTest, BoundsAreReadOncePerFrame) {
     EXPECT_EQ(GenRect<int>(0, 0, 12, 5), seq.getBounds(120.3f));
     EXPECT_FALSE(cache().get(path("shot0120.png").c_str(), e));
     expectThrows<BadIndexException>([&] { seq.getBounds(6); }, "Array::operator[]");
+}
+
+// The fixture's shot0007, shot0008 and shot0120 under "@" and printf names;
+// shotXYZ.png fits around no number, which these forms pass over.
+TEST_F(TrDiskSequenceTest, OtherFormsFindTheirSeriesOnceEnabled) {
+    std::ofstream(path("shotXYZ.png")) << "fits the pattern around no number\n";
+    TrDiskSequence seq;
+    // Off by default: the name is taken literally and nothing fits it.
+    expectThrows<IllegalArgumentException>([&] { seq.setFilename(path("shot%04d.png").c_str()); },
+                                           "not found");
+    seq.setAllPatternForms(true);
+    for (const char* pattern : {"shot%04d.png", "shot@@@@.png"}) {
+        seq.setFilename(path(pattern).c_str());
+        EXPECT_EQ(std::make_tuple(7, 120, 4),
+                  std::make_tuple(seq.getFirstFrame(), seq.getLastFrame(), seq.getWidth()))
+            << pattern;
+        EXPECT_EQ(path("shot0008.png"), seq.getFramePath(8.4f).str());
+        EXPECT_EQ(8, frameOf(seq.getFrame(8)).second);
+    }
+    EXPECT_EQ(dir + "//shot@@@@.png", seq.getFilename().str());
+    // Three digits write 7 as "007" and 120 as "120": neither shot0007 nor
+    // shot0120 fits, shot007 does.
+    writeFrame("shot007.png", 107);
+    for (const char* pattern : {"shot%03d.png", "shot@@@.png"}) {
+        seq.setFilename(path(pattern).c_str());
+        EXPECT_EQ(std::make_tuple(7, 7, 3),
+                  std::make_tuple(seq.getFirstFrame(), seq.getLastFrame(), seq.getWidth()))
+            << pattern;
+        EXPECT_EQ(107, frameOf(seq.getFrame(7)).second);
+        EXPECT_EQ(dir + "//" + pattern, seq.getFilename().str());
+    }
+    // Unpadded numbers cross from one digit to two; "a011" is not "%d".
+    writeFrame("a9.png", 9);
+    writeFrame("a10.png", 10);
+    std::ofstream(path("a011.png")) << "not written by %d\n";
+    seq.setFilename(path("a%d.png").c_str());
+    EXPECT_EQ(std::make_tuple(9, 10, 0),
+              std::make_tuple(seq.getFirstFrame(), seq.getLastFrame(), seq.getWidth()));
+    EXPECT_EQ(path("a9.png"), seq.getFramePath(9).str());
+    EXPECT_EQ(10, frameOf(seq.getFrame(10)).second);
+    // A malformed name fails with the pattern's message and keeps the series.
+    expectThrows<IllegalArgumentException>(
+        [&] { seq.setFilename(path("shot%q.png").c_str()); },
+        "the frame pattern \"" + path("shot%q.png") +
+            "\" has \"%q\", which is not a frame number (use %d, %04d, or %% for a plain '%')");
+    EXPECT_EQ(dir + "//a%d.png", seq.getFilename().str());
+    // "#" names keep their rule with the forms on: shotXYZ fails the scan.
+    expectThrows<IllegalArgumentException>([&] { seq.setFilename(path("shot####.png").c_str()); },
+                                           "dstring.toLong: failed");
 }
