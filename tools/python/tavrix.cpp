@@ -6,6 +6,7 @@
 #include "tools/python/TrPyErrors.h"
 #include "tools/python/TrPyFrames.h"
 #include "tools/python/TrPyTracker.h"
+#include "tools/track/TrTrackCommand.h"
 #include "track/Sequence/TrDiskSequence.h"
 
 #include <pybind11/numpy.h>
@@ -163,17 +164,6 @@ template <class T, class Get> py::array_t<T> perTrack(const TrPyTracker& t, Get 
     return out;
 }
 
-// The disk sequence's errors in the tool's words.
-Orvane::SmartPtr<TrDiskSequence> openSequence(const std::string& pattern) {
-    try {
-        return Orvane::SmartPtr<TrDiskSequence>(new TrDiskSequence(dstring(pattern)));
-    } catch (const Exception& e) {
-        if (e.getMessage() == dstring("not found"))
-            refuse("no file matches the frame pattern \"" + pattern + "\"");
-        refuse("frame pattern \"" + pattern + "\": " + e.getMessage().str());
-    }
-}
-
 std::string describeImage(const Orvane::Image& img) {
     const Orvane::Format& f = img.getFormat();
     const int channels = f.getNumChannels();
@@ -202,7 +192,7 @@ std::vector<Orvane::Image> readFrames(const TrDiskSequence& seq, int first, int 
 
 py::array readSequence(const std::string& pattern, std::optional<int> first,
                        std::optional<int> last) {
-    const Orvane::SmartPtr<TrDiskSequence> opened = openSequence(pattern);
+    const Orvane::SmartPtr<TrDiskSequence> opened = openFrameSequence(pattern);
     TrDiskSequence& seq = *opened;
     const int from = first.value_or(seq.getFirstFrame());
     const int to = last.value_or(seq.getLastFrame());

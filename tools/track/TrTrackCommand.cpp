@@ -66,19 +66,7 @@ struct Outputs {
 Orvane::SmartPtr<TrSequence> openSequence(const TrCommandOptions& o) {
     if (o.demo)
         return Orvane::SmartPtr<TrSequence>(new TrTestSequence());
-    try {
-        auto* disk = new TrDiskSequence();
-        Orvane::SmartPtr<TrSequence> sequence(disk);
-        disk->setAllPatternForms(true);
-        disk->setFilename(dstring(o.input));
-        return sequence;
-    } catch (const Exception& e) {
-        if (e.getMessage() == dstring("not found"))
-            throw IllegalArgumentException(
-                dstring("no file matches the frame pattern \"" + o.input + "\""));
-        throw IllegalArgumentException(
-            dstring("frame pattern \"" + o.input + "\": " + e.getMessage().str()));
-    }
+    return Orvane::SmartPtr<TrSequence>(openFrameSequence(o.input).get());
 }
 
 std::string describe(const Orvane::GenRect<int>& r) {
@@ -272,5 +260,20 @@ int runTrackCommand(const std::vector<std::string>& args) {
         return report(p, *run);
     } catch (...) {
         return error(errorText(std::current_exception()), kFailed);
+    }
+}
+
+Orvane::SmartPtr<TrDiskSequence> openFrameSequence(const std::string& pattern) {
+    try {
+        Orvane::SmartPtr<TrDiskSequence> sequence(new TrDiskSequence());
+        sequence->setAllPatternForms(true);
+        sequence->setFilename(dstring(pattern));
+        return sequence;
+    } catch (const Exception& e) {
+        if (e.getMessage() == dstring("not found"))
+            throw IllegalArgumentException(
+                dstring("no file matches the frame pattern \"" + pattern + "\""));
+        throw IllegalArgumentException(
+            dstring("frame pattern \"" + pattern + "\": " + e.getMessage().str()));
     }
 }

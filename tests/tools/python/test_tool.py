@@ -103,6 +103,17 @@ def test_read_sequence_round_trips_float_exr(tmp_path):
     np.testing.assert_array_equal(back, frames)
 
 
+def test_read_sequence_takes_every_frame_name_form(tmp_path):
+    frames = np.random.default_rng(7).integers(0, 255, size=(3, 6, 5), dtype=np.uint8)
+    for k, frame in enumerate(frames):
+        tavrix.write_image(str(tmp_path / f"plate.{k + 11:04d}.png"), frame)
+    for form in ("plate.####.png", "plate.@@@@.png", "plate.%04d.png"):
+        back = tavrix.read_sequence(str(tmp_path / form))
+        np.testing.assert_array_equal(back[..., 0] if back.ndim == 4 else back, frames)
+    with pytest.raises(tavrix.IllegalArgumentError):
+        tavrix.read_sequence(str(tmp_path / "plate.%q.png"))
+
+
 def test_read_sequence_errors_name_the_pattern_and_the_range(tmp_path):
     pattern = write_plate(tmp_path, np.zeros((3, 4, 4), dtype=np.uint8), first=2)
     missing = str(tmp_path / "none.####.png")
