@@ -164,7 +164,8 @@ const Option kOptions[] = {
      [](Parsing& p, const Given&) { p.o.preciseSums = true; }, nullptr, nullptr},
     {"--jobs", "-j", "N",
      "threads the tracks are spread over, results the same for any N; 1 tracks on the main "
-     "thread alone (default: one per core)",
+     "thread alone. The summary's time per track and frame is the tracking CPU time summed "
+     "over the jobs, divided by the tracks followed into each frame (default: one per core)",
      [](Parsing& p, const Given& g) {
          p.o.jobs = TrNumbers::parseInt(g.value, g.name);
          if (p.o.jobs < 1)
