@@ -172,6 +172,16 @@ const Option kOptions[] = {
     {"--precise-sums", nullptr, nullptr,
      "double-precision window sums (bright, low-contrast footage)",
      [](Parsing& p, const Given&) { p.o.preciseSums = true; }, nullptr, nullptr},
+    {"--jobs", "-j", "N",
+     "threads the tracks are spread over, results the same for any N; 1 tracks on the main "
+     "thread alone. The summary's time per track and frame is the tracking CPU time summed "
+     "over the jobs, divided by the tracks followed into each frame (default: one per core)",
+     [](Parsing& p, const Given& g) {
+         p.o.jobs = TrNumbers::parseInt(g.value, g.name);
+         if (p.o.jobs < 1)
+             fail(g.name + ": must be at least 1, got \"" + g.value + "\"");
+     },
+     nullptr, nullptr},
 
     {nullptr, nullptr, nullptr, "Output:", nullptr, nullptr, nullptr},
     {"--out", "-o", "FILE.csv|.json", "results (default: CSV on standard output)",

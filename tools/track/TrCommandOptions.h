@@ -37,6 +37,8 @@ struct TrCommandOptions {
     bool scale = false;
     bool stretch = false;
     bool preciseSums = false;
+    /// Threads that follow the tracks; 0 for one per core.
+    int jobs = 0;
     /// Results file (.csv or .json); empty writes CSV to standard output.
     std::string out;
     std::string overlayDir;

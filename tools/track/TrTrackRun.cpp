@@ -1,15 +1,19 @@
 #include "tools/track/TrTrackRun.h"
 
 #include "base/Exception.h"
+#include "image/Copy.h"
 #include "image/Image.h"
 #include "tools/track/TrErrorText.h"
+#include "tools/track/TrFrameReader.h"
 #include "tools/track/TrProgress.h"
+#include "track/Sequence/TrDiskSequence.h"
 #include "track/Sequence/TrSequence.h"
 #include "track/TrFollow.h"
 #include "track/TrShotImpl.h"
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 namespace {
 
@@ -25,18 +29,6 @@ bool contains(const Orvane::GenRect<int>& r, const Orvane::GenPoint<float>& p) {
 
 } // namespace
 
-/// One shot and its driver, following the run's tracks first … first + count
-/// - 1 as the shot's tracks 0 … count - 1.
-struct TrTrackRun::Group {
-    TrShotImpl shot;
-    TrFollow follow;
-    int first = 0;
-    int count = 0;
-
-    Group(TrSequence* sequence, const TrTrackSpec* specs, int first, int count,
-          const TrRunSettings& settings);
-};
-
 int placeTrack(TrShotImpl& shot, const TrTrackSpec& s) {
     const int k = shot.getTrackCount();
     shot.addTrack(s.x, s.y);
@@ -49,35 +41,84 @@ int placeTrack(TrShotImpl& shot, const TrTrackSpec& s) {
     return k;
 }
 
-TrTrackRun::Group::Group(TrSequence* sequence, const TrTrackSpec* specs, int first, int count,
-                         const TrRunSettings& settings)
-    : first(first), count(count) {
-    shot.setSequence(sequence);
-    for (int k = 0; k < count; ++k)
-        placeTrack(shot, specs[first + k]);
-    // Tolerance, behaviour and the switches are the shot's, whatever the
-    // track index.
-    shot.setFailureTolerance(0, settings.tolerance);
-    shot.setFailureBehavior(0, dstring(settings.behavior));
-    shot.setUseRotate(0, settings.rotate);
-    shot.setUseScale(0, settings.scale);
-    shot.setUseStretch(0, settings.stretch);
-    follow.setShot(&shot);
-    follow.setPreciseSums(settings.preciseSums);
-}
+// The frames of a pass in pass order, one copy per tracking thread: from a
+// reader decoding ahead, or read on the caller's thread through the
+// sequence (and its image cache).
+class TrTrackRun::Feed {
+public:
+    Feed(TrSequence* sequence, const TrRunThreads& threads, int copies, int from, int to)
+        : sequence(sequence), copies(copies), decoders(threads.decoders) {
+        auto* disk = dynamic_cast<TrDiskSequence*>(sequence);
+        if (disk && threads.decoders > 0)
+            reader.reset(new TrFrameReader(*disk, from, to, copies,
+                                           threads.decoders * std::max(1, threads.aheadPerDecoder),
+                                           threads.decoders));
+    }
+
+    int getDecoders() const { return reader ? decoders : 0; }
+
+    // Frame `frame`'s copies; a frame that cannot be read throws.
+    void next(int frame, std::vector<Orvane::Image>& out) {
+        if (reader) {
+            TrReadFrame read;
+            if (!reader->next(read) || read.frame != frame)
+                throw IllegalArgumentException(
+                    dstring("frame " + std::to_string(frame) + " was not read"));
+            if (!read.ok())
+                throw IllegalArgumentException(dstring(read.error));
+            out = std::move(read.copies);
+            return;
+        }
+        const Clock::time_point t0 = Clock::now();
+        out.assign(size_t(copies), Orvane::Image());
+        // The caller's thread tracks on the cached image itself; the others
+        // need pixels of their own.
+        out[0] = sequence->getFrame(float(frame));
+        for (size_t c = 1; c < out.size(); ++c)
+            out[c] = Orvane::copy(out[0]);
+        readSeconds += secondsSince(t0);
+    }
+
+    double decodeSeconds() const { return reader ? reader->getDecodeSeconds() : readSeconds; }
+    // Read on the caller's thread, every second of reading was waited for.
+    double waitSeconds() const { return reader ? reader->getWaitSeconds() : readSeconds; }
+
+private:
+    TrSequence* sequence;
+    int copies;
+    int decoders;
+    std::unique_ptr<TrFrameReader> reader;
+    double readSeconds = 0;
+};
 
 TrTrackRun::TrTrackRun(TrSequence* sequence, const std::vector<TrTrackSpec>& specs,
-                       const TrRunSettings& settings)
-    : sequence(sequence) {
+                       const TrRunSettings& settings, const TrRunThreads& threadsArg)
+    : sequence(sequence), threads(threadsArg) {
     for (const TrTrackSpec& s : specs) {
         TrTrackResult r;
         r.spec = s;
         results.push_back(r);
     }
     const int count = int(specs.size());
-    for (int first = 0; first < count; first += groupSize)
-        groups.emplace_back(
-            new Group(sequence, specs.data(), first, std::min(groupSize, count - first), settings));
+    const int jobs = std::max(1, threads.jobs);
+    const int workers = std::max(jobs, (count + groupSize - 1) / groupSize);
+    pool.reset(new TrWorkerPool(workers, count, sequence->getFirstFrame(), sequence->getLastFrame(),
+                                8, jobs));
+    for (int i = 0; i < count; ++i)
+        placeTrack(pool->shotOf(i), specs[size_t(i)]);
+    for (int w = 0; w < pool->getWorkerCount(); ++w) {
+        TrWorker& worker = pool->getWorker(w);
+        if (worker.tracks.empty())
+            continue;
+        // Tolerance, behaviour and the switches are the shot's, whatever the
+        // track index; each shot gets strings of its own.
+        worker.shot.setFailureTolerance(0, settings.tolerance);
+        worker.shot.setFailureBehavior(0, dstring(settings.behavior));
+        worker.shot.setUseRotate(0, settings.rotate);
+        worker.shot.setUseScale(0, settings.scale);
+        worker.shot.setUseStretch(0, settings.stretch);
+        worker.follow.setPreciseSums(settings.preciseSums);
+    }
 }
 
 TrTrackRun::~TrTrackRun() = default;
@@ -92,6 +133,9 @@ int TrTrackRun::getLostCount() const {
 void TrTrackRun::start(int from, int to) {
     direction = to >= from ? 1 : -1;
     lanes.assign(results.size(), Lane());
+    alive.assign(results.size(), false);
+    for (int w = 0; w < pool->getWorkerCount(); ++w)
+        pool->getWorker(w).sequence->clear();
     nextFrame = from;
     anyDone = false;
     times = TrRunTimes();
@@ -105,21 +149,22 @@ void TrTrackRun::start(int from, int to) {
         sink->begin(results, from, to);
 }
 
-// One frame of one group. It writes only its own tracks' lanes, so groups
-// could step side by side.
-void TrTrackRun::step(Group& g, int frame, const Orvane::GenRect<int>& bounds) {
-    for (int k = 0; k < g.count; ++k) {
-        Lane& lane = lanes[size_t(g.first) + size_t(k)];
-        if (!lane.alive)
+// Steps every living track into the frame on the workers, then takes their
+// answers into the lanes in track order.
+void TrTrackRun::step(int frame, std::vector<Orvane::Image>& copies,
+                      const Orvane::GenRect<int>& bounds) {
+    for (size_t i = 0; i < lanes.size(); ++i)
+        alive[i] = lanes[i].alive;
+    pool->step(frame, direction, copies, alive, stepped);
+    for (size_t i = 0; i < lanes.size(); ++i) {
+        const TrStepResult& r = stepped[i];
+        if (!r.ran)
             continue;
-        bool ok = false;
-        std::string reason;
-        try {
-            ok = g.follow.track(k, frame, direction);
-        } catch (const Exception& e) {
-            reason = e.getMessage().str();
-        }
-        const TrTrackInfo& info = g.follow.getInfo(k);
+        ++times.steps;
+        Lane& lane = lanes[i];
+        bool ok = r.ok;
+        std::string reason = r.error;
+        const TrTrackInfo& info = pool->getInfo(int(i));
         // The driver follows a pattern that is partly outside the frame as
         // long as some of its search area is inside; a point outside the
         // frame is no longer a result.
@@ -144,7 +189,7 @@ void TrTrackRun::step(Group& g, int frame, const Orvane::GenRect<int>& bounds) {
     }
 }
 
-// The tracks lost in the last frame, in track order, after all groups have
+// The tracks lost in the last frame, in track order, after all workers have
 // stepped.
 void TrTrackRun::reportLosses() {
     for (size_t i = 0; i < lanes.size(); ++i) {
@@ -170,25 +215,24 @@ bool TrTrackRun::isFinal(int i, int frame, bool passOver) const {
         return true;
     // The driver's lagged refinement re-solves its pattern frame and the
     // frames after it; everything before is settled.
-    const Group& g = *groups[size_t(i / groupSize)];
-    return (g.follow.getInfo(i - g.first).patternFrame - frame) * direction > 0;
+    return (pool->getInfo(i).patternFrame - frame) * direction > 0;
 }
 
 // Keyed frames are read back from the curve, which holds the refined values;
 // the rest keep the estimate taken at the step.
 TrSample TrTrackRun::finalSample(int i, const TrSample& estimate) {
-    Group& g = *groups[size_t(i / groupSize)];
-    const int k = i - g.first;
+    TrShotImpl& shot = pool->shotOf(i);
+    const int k = pool->localIndex(i);
     const float t = float(estimate.frame);
     TrSample s = estimate;
-    s.keyed = g.shot.isPositionKeyed(k, t);
+    s.keyed = shot.isPositionKeyed(k, t);
     if (s.keyed) {
-        const Orvane::GenPoint<double> p = g.shot.getPosition(k, t);
+        const Orvane::GenPoint<double> p = shot.getPosition(k, t);
         s.x = p.x;
         s.y = p.y;
-        if (g.shot.isQualityKeyed(k, t))
-            s.score = g.shot.getQuality(k, t);
-        s.transform = g.shot.getTransform(k, t);
+        if (shot.isQualityKeyed(k, t))
+            s.score = shot.getQuality(k, t);
+        s.transform = shot.getTransform(k, t);
     }
     return s;
 }
@@ -220,25 +264,22 @@ void TrTrackRun::finishSinks(bool complete, const std::string& error) {
         sink->finish(results, complete, error);
 }
 
-void TrTrackRun::stepFrame(int frame, Clock::time_point begun, int total) {
-    // Reading the frame up front keeps decoding apart from tracking: the
-    // tracker then finds it in the image cache.
-    auto t0 = Clock::now();
-    const Orvane::GenRect<int> bounds = sequence->getFrame(float(frame)).getBounds();
-    times.decode += secondsSince(t0);
+void TrTrackRun::stepFrame(Feed& feed, int frame, Clock::time_point begun, int total) {
+    std::vector<Orvane::Image> copies;
+    feed.next(frame, copies);
+    const Orvane::GenRect<int> bounds = copies[0].getBounds();
 
-    t0 = Clock::now();
-    for (std::unique_ptr<Group>& g : groups)
-        step(*g, frame, bounds);
+    const auto t0 = Clock::now();
+    step(frame, copies, bounds);
     times.track += secondsSince(t0);
     reportLosses();
     lastDone = frame;
     anyDone = true;
     ++times.frames;
 
-    t0 = Clock::now();
+    const auto t1 = Clock::now();
     emit(lastDone, false);
-    times.output += secondsSince(t0);
+    times.output += secondsSince(t1);
 
     if (progress) {
         int living = 0;
@@ -252,15 +293,25 @@ void TrTrackRun::stepFrame(int frame, Clock::time_point begun, int total) {
 void TrTrackRun::run(int from, int to) {
     start(from, to);
     const Clock::time_point begun = Clock::now();
+    const double cpuBefore = pool->getCpuSeconds();
     const int total = (to - from) * direction + 1;
+    std::unique_ptr<Feed> feed;
+    // What the threads did counts whether or not the pass got through.
+    auto account = [&] {
+        times.trackCpu = pool->getCpuSeconds() - cpuBefore;
+        times.jobs = pool->getThreadCount();
+        times.decoders = feed ? feed->getDecoders() : 0;
+        times.decode = feed ? feed->decodeSeconds() : 0;
+        times.wait = feed ? feed->waitSeconds() : 0;
+        times.wall = secondsSince(begun);
+    };
     int f = from;
     try {
-        for (std::unique_ptr<Group>& g : groups)
-            g->follow.begin(from, 1);
+        feed.reset(new Feed(sequence, threads, pool->getThreadCount(), from, to));
+        pool->begin(from, 1);
         for (; f != to + direction; f += direction)
-            stepFrame(f, begun, total);
-        for (std::unique_ptr<Group>& g : groups)
-            g->follow.end(to);
+            stepFrame(*feed, f, begun, total);
+        pool->end(to);
         const auto t0 = Clock::now();
         emit(lastDone, true);
         times.output += secondsSince(t0);
@@ -280,6 +331,7 @@ void TrTrackRun::run(int from, int to) {
             finishSinks(false, what);
         } catch (...) {
         }
+        account();
         throw;
     }
     if (progress)
@@ -287,4 +339,5 @@ void TrTrackRun::run(int from, int to) {
     const auto t0 = Clock::now();
     finishSinks(true, "");
     times.output += secondsSince(t0);
+    account();
 }

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "image/GenRect.h"
+#include "image/Image.h"
 #include "krovel/AffineTransform.h"
 #include "tools/track/TrTrackFile.h"
-
-#include "image/GenRect.h"
+#include "tools/track/TrWorkerPool.h"
 
 #include <chrono>
 #include <cstdio>
@@ -14,7 +15,6 @@
 
 class TrProgress;
 class TrSequence;
-class TrShotImpl;
 
 /// One track's result at one frame. `keyed` tells whether the tracker wrote
 /// the position into the track's curve; when it did not (the match scored
@@ -56,12 +56,42 @@ public:
                         const std::string& error) = 0;
 };
 
-/// Seconds spent reading frames, tracking and writing results.
+/// Where the time of a pass went. Frames are decoded on threads of their own
+/// while the tracks are followed, so `decode` overlaps `track`: the pass
+/// waited for frames only `wait` seconds of it.
 struct TrRunTimes {
+    /// Seconds spent decoding frames, summed over the threads that did.
     double decode = 0;
+    /// Seconds the pass waited for the next frame.
+    double wait = 0;
+    /// Wall seconds of the tracking steps, all workers together.
     double track = 0;
+    /// CPU seconds of the tracking steps, summed over the workers' threads.
+    double trackCpu = 0;
+    /// Seconds spent handing results to the sinks.
     double output = 0;
+    /// Wall seconds of the whole pass.
+    double wall = 0;
     int frames = 0;
+    /// Tracks stepped into a frame, summed over the frames: the count the
+    /// tracking time is shared by.
+    long steps = 0;
+    /// Threads that tracked and that decoded (0: the pass's own thread).
+    int jobs = 1;
+    int decoders = 0;
+};
+
+/// How a pass uses the machine; the defaults track and read on the caller's
+/// thread alone.
+struct TrRunThreads {
+    /// Threads that follow tracks, the caller's included.
+    int jobs = 1;
+    /// Threads that decode frames ahead of the tracking; 0 reads each frame
+    /// on the caller's thread when it is needed. Only sequences of image
+    /// files are read ahead; any other is read on the caller's thread.
+    int decoders = 0;
+    /// Frames decoded ahead, per decoding thread.
+    int aheadPerDecoder = 2;
 };
 
 /// How the driver follows every track of a pass.
@@ -82,10 +112,18 @@ struct TrRunSettings {
 /// final.
 ///
 /// The driver keys the search images it keeps for its lagged refinement by
-/// frame × 256 + track, so one driver follows at most 256 tracks: the run
-/// splits the tracks into groups of at most `groupSize`, each with its own
-/// shot and driver, and merges their results in the original track order.
-/// A group touches only its own tracks' state while it steps.
+/// frame × 256 + track, so one driver follows at most `groupSize` tracks. The
+/// tracks are dealt in turn over max(jobs, ceil(tracks / groupSize)) workers
+/// (TrWorkerPool), each a shot and driver of its own over frames handed to
+/// it, and the workers run on `jobs` threads. A track's record lives in its
+/// driver alone, so its results are the same however the tracks are dealt:
+/// the pass gives the same values with any number of jobs.
+///
+/// Frames come from a TrFrameReader decoding ahead on threads, one copy per
+/// tracking thread, or from the sequence on the caller's thread. Only the
+/// caller's thread touches the sequence and the process-wide image cache;
+/// the workers see only the copies handed to them. The results are merged
+/// in the original track order on the caller's thread, between steps.
 ///
 /// A track is lost when the driver stops it, when a step throws one of the
 /// library's exceptions (the message becomes the reason), or when its point
@@ -104,10 +142,11 @@ class TrTrackRun {
 public:
     static constexpr int groupSize = 256;
 
-    /// Places `specs` (sizes and colour modes filled in) on shots over
-    /// `sequence`, which is borrowed and must outlive the run.
+    /// Places `specs` (sizes and colour modes filled in) on the workers'
+    /// shots and starts the workers' threads. `sequence` is borrowed and must
+    /// outlive the run.
     TrTrackRun(TrSequence* sequence, const std::vector<TrTrackSpec>& specs,
-               const TrRunSettings& settings);
+               const TrRunSettings& settings, const TrRunThreads& threads = TrRunThreads());
     ~TrTrackRun();
     TrTrackRun(const TrTrackRun&) = delete;
     TrTrackRun& operator=(const TrTrackRun&) = delete;
@@ -121,7 +160,9 @@ public:
 
     /// Tracks every track from `from` to `to` (backward when `to` < `from`).
     /// Whatever a step throws, other than a track's own library error, ends
-    /// the pass and is passed on once the sinks are finished.
+    /// the pass and is passed on once the sinks are finished; a frame the
+    /// reader could not decode throws IllegalArgumentException with the
+    /// reader's message.
     void run(int from, int to);
 
     const std::vector<TrTrackResult>& getResults() const { return results; }
@@ -131,8 +172,8 @@ public:
     int getFailedFrame() const { return failedFrame; }
 
 private:
-    struct Group;
-    /// The run's state of one track, apart so that groups never share one.
+    class Feed;
+    /// The run's state of one track, kept on the caller's thread.
     struct Lane {
         /// Samples taken at the step, not yet final.
         std::deque<TrSample> pending;
@@ -144,8 +185,8 @@ private:
     };
 
     void start(int from, int to);
-    void step(Group& g, int frame, const Orvane::GenRect<int>& bounds);
-    void stepFrame(int frame, std::chrono::steady_clock::time_point start, int total);
+    void step(int frame, std::vector<Orvane::Image>& copies, const Orvane::GenRect<int>& bounds);
+    void stepFrame(Feed& feed, int frame, std::chrono::steady_clock::time_point start, int total);
     void reportLosses();
     bool isFinal(int i, int frame, bool passOver) const;
     TrSample finalSample(int i, const TrSample& estimate);
@@ -153,7 +194,11 @@ private:
     void finishSinks(bool complete, const std::string& error);
 
     TrSequence* sequence;
-    std::vector<std::unique_ptr<Group>> groups;
+    TrRunThreads threads;
+    std::unique_ptr<TrWorkerPool> pool;
+    /// Reused from frame to frame.
+    std::vector<bool> alive;
+    std::vector<TrStepResult> stepped;
     std::vector<TrRunSink*> sinks;
     TrProgress* progress = nullptr;
     std::FILE* notices = nullptr;

@@ -3,9 +3,21 @@
 #include "base/Exception.h"
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
-TrWorkerPool::TrWorkerPool(int count, int trackCount, int first, int last, int keep) {
+namespace {
+
+double threadCpuSeconds() {
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return double(ts.tv_sec) + 1e-9 * double(ts.tv_nsec);
+}
+
+} // namespace
+
+TrWorkerPool::TrWorkerPool(int count, int trackCount, int first, int last, int keep,
+                           int threadCount) {
     // A worker without tracks would have nothing to do, and its shot would
     // refuse the shot-wide settings, which are set through track 0.
     count = std::max(1, std::min(count, trackCount));
@@ -23,8 +35,10 @@ TrWorkerPool::TrWorkerPool(int count, int trackCount, int first, int last, int k
         w.tracks.push_back(i);
     }
     errors.resize(size_t(count));
-    for (int w = 1; w < count; ++w)
-        threads.emplace_back(&TrWorkerPool::serve, this, w);
+    threadCount = threadCount <= 0 ? count : std::min(threadCount, count);
+    cpuSeconds.assign(size_t(threadCount), 0.0);
+    for (int t = 1; t < threadCount; ++t)
+        threads.emplace_back(&TrWorkerPool::serve, this, t);
 }
 
 TrWorkerPool::~TrWorkerPool() {
@@ -54,7 +68,15 @@ void TrWorkerPool::runJob(int w) {
     }
 }
 
-void TrWorkerPool::serve(int w) {
+// A thread's workers in turn; the thread alone writes its CPU time.
+void TrWorkerPool::runJobs(int t) {
+    const double t0 = threadCpuSeconds();
+    for (size_t w = size_t(t); w < workers.size(); w += cpuSeconds.size())
+        runJob(int(w));
+    cpuSeconds[size_t(t)] += threadCpuSeconds() - t0;
+}
+
+void TrWorkerPool::serve(int t) {
     unsigned long seen = 0;
     for (;;) {
         {
@@ -64,7 +86,7 @@ void TrWorkerPool::serve(int w) {
                 return;
             seen = generation;
         }
-        runJob(w);
+        runJobs(t);
         bool last = false;
         {
             std::lock_guard<std::mutex> lock(mutex);
@@ -84,7 +106,7 @@ void TrWorkerPool::runAll(const std::function<void(TrWorker&, int)>& fn) {
         ++generation;
     }
     wake.notify_all();
-    runJob(0);
+    runJobs(0);
     {
         // The lock orders every worker's writes before the caller's reads.
         std::unique_lock<std::mutex> lock(mutex);
@@ -115,14 +137,22 @@ void TrWorkerPool::begin(int frame, int step) {
 
 void TrWorkerPool::step(int frame, int direction, std::vector<Orvane::Image>& copies,
                         const std::vector<bool>& alive, std::vector<TrStepResult>& results) {
-    if (copies.size() < workers.size())
-        throw IllegalArgumentException(dstring("frame " + std::to_string(frame) + ": " +
-                                               std::to_string(copies.size()) + " copies for " +
-                                               std::to_string(workers.size()) + " workers"));
+    const size_t threadCount = cpuSeconds.size();
+    if (copies.size() < threadCount)
+        throw IllegalArgumentException(
+            dstring("frame " + std::to_string(frame) + ": " + std::to_string(copies.size()) +
+                    " copies for " + std::to_string(threadCount) +
+                    (threadCount == workers.size() ? " workers" : " threads")));
     // Sized here, so that the workers only write their own tracks' entries.
     results.assign(owner.size(), TrStepResult());
     runAll([&](TrWorker& worker, int w) {
-        worker.sequence->hand(float(frame), std::move(copies[size_t(w)]));
+        // Workers that share a thread share its copy; the thread's last
+        // worker takes it over.
+        Orvane::Image& copy = copies[size_t(w) % threadCount];
+        if (size_t(w) + threadCount < workers.size())
+            worker.sequence->hand(float(frame), copy);
+        else
+            worker.sequence->hand(float(frame), std::move(copy));
         for (size_t k = 0; k < worker.tracks.size(); ++k) {
             const size_t i = size_t(worker.tracks[k]);
             if (i >= alive.size() || !alive[i])
@@ -142,4 +172,11 @@ void TrWorkerPool::step(int frame, int direction, std::vector<Orvane::Image>& co
 void TrWorkerPool::end(int frame) {
     for (std::unique_ptr<TrWorker>& w : workers)
         w->follow.end(frame);
+}
+
+double TrWorkerPool::getCpuSeconds() const {
+    double sum = 0;
+    for (double s : cpuSeconds)
+        sum += s;
+    return sum;
 }

@@ -48,23 +48,29 @@ struct TrStepResult {
 /// track, so a track's results are the same whichever tracks share its
 /// worker, and the same as with one worker.
 ///
-/// Workers 1 and up run on threads of the pool; worker 0 runs on the caller's
-/// thread. Between calls every worker is idle, and the caller may use any of
-/// them (to set tracks up, read results) from its own thread.
+/// The workers run on `threads` threads, worker w always on thread
+/// w % threads: thread 0 is the caller's, the others the pool's. One driver
+/// follows at most 256 tracks, so a run may need more workers than it has
+/// threads; those workers take turns on their thread. Between calls every
+/// worker is idle, and the caller may use any of them (to set tracks up,
+/// read results) from its own thread.
 class TrWorkerPool {
 public:
     /// `workers` workers, but no more than there are tracks and at least
     /// one, for `trackCount` tracks over frames `first` to `last`; each
-    /// shot's sequence holds the last `keep` frames handed to it. The shots
+    /// shot's sequence holds the last `keep` frames handed to it. `threads`
+    /// is at most the worker count; 0 gives each worker a thread. The shots
     /// get no tracks: add the tracks of getWorker(w).tracks to worker w's
     /// shot in that order (or use addTrack).
-    TrWorkerPool(int workers, int trackCount, int first, int last, int keep = 8);
+    TrWorkerPool(int workers, int trackCount, int first, int last, int keep = 8, int threads = 0);
     /// Stops and joins the threads.
     ~TrWorkerPool();
     TrWorkerPool(const TrWorkerPool&) = delete;
     TrWorkerPool& operator=(const TrWorkerPool&) = delete;
 
     int getWorkerCount() const { return int(workers.size()); }
+    /// The caller's thread included.
+    int getThreadCount() const { return int(cpuSeconds.size()); }
     TrWorker& getWorker(int w) { return *workers[size_t(w)]; }
     int getTrackCount() const { return int(owner.size()); }
 
@@ -80,16 +86,16 @@ public:
     /// added in run order. Returns the shot's track, borrowed.
     TrTrack* addTrack(int track, double x, double y);
 
-    /// Runs job(worker, w) for every worker at once and returns when all
-    /// have finished. When jobs throw, the exception of the lowest worker
-    /// is rethrown here, after all have finished.
+    /// Runs job(worker, w) for every worker, the threads side by side, and
+    /// returns when all have finished. When jobs throw, the exception of the
+    /// lowest worker is rethrown here, after all have finished.
     void runAll(const std::function<void(TrWorker&, int)>& job);
 
     /// Starts a pass on every driver. Throws IllegalArgumentException when
     /// a shot does not hold its worker's tracks.
     void begin(int frame, int step);
-    /// Hands worker w `copies[w]` as frame `frame` (moved out; one image per
-    /// worker, each on pixels of its own), then steps every track whose
+    /// Hands worker w `copies[w % threads]` as frame `frame` (moved out; one
+    /// image per thread, each on pixels of its own), then steps every track whose
     /// `alive` entry is set into the frame (the workers only read it, so
     /// the bits may be packed). `results` gets one entry per track.
     /// Exceptions other than the library's pass to the caller.
@@ -97,8 +103,14 @@ public:
               const std::vector<bool>& alive, std::vector<TrStepResult>& results);
     void end(int frame);
 
+    /// CPU seconds the threads have spent in jobs, summed over the threads.
+    /// It leaves out the time a thread waited for a core or for the others,
+    /// so it measures the work however busy the machine is.
+    double getCpuSeconds() const;
+
 private:
-    void serve(int w);
+    void serve(int t);
+    void runJobs(int t);
     void runJob(int w);
 
     std::vector<std::unique_ptr<TrWorker>> workers;
@@ -114,5 +126,7 @@ private:
     int running = 0;
     bool stopping = false;
     std::vector<std::exception_ptr> errors;
+    /// By thread; each thread writes its own entry during a call.
+    std::vector<double> cpuSeconds;
     std::vector<std::thread> threads;
 };

@@ -6,6 +6,8 @@
 #include "base/Exception.h"
 #include "image/Format.h"
 #include "image/Image.h"
+#include "tools/track/TrMovingPlate.h"
+#include "track/Sequence/TrDiskSequence.h"
 #include "track/Sequence/TrSequence.h"
 #include "track/TrFollow.h"
 #include "track/TrShotImpl.h"
@@ -13,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -342,4 +345,85 @@ TEST(TrTrackRun, ThreeHundredTracksFollowAsEachWouldAlone) {
     // Most tracks must last for the comparison to mean anything.
     EXPECT_GT(kept, 250);
     EXPECT_GT(keptLate, 35);
+}
+
+// Frames read ahead from files and tracks spread over one to three jobs: the
+// samples are the hand-stepped driver's to the bit, the sinks see the same
+// calls, and the times account for every step. A track near the top edge is
+// lost on the way, so losses are dealt over the jobs too.
+TEST(TrTrackRun, JobsAndReadAheadChangeNoValue) {
+    movingplate::TempDir dir;
+    movingplate::writePlate(dir, 128, 96, 1, 10);
+    Orvane::SmartPtr<TrDiskSequence> disk(new TrDiskSequence(dstring(dir / "plate.####.png")));
+    const std::vector<TrTrackSpec> specs = {spec("a", 40.5, 40.5), spec("edge", 50.5, 4.5),
+                                            spec("b", 80.5, 50.5), spec("c", 60.5, 70.5),
+                                            spec("d", 100.5, 30.5)};
+    TrRunSettings settings;
+    settings.behavior = "stop";
+    const Reference want(disk.get(), specs, 1, 10, settings);
+    ASSERT_GT(want.lostAt[1], 1);
+    for (int jobs = 1; jobs <= 3; ++jobs) {
+        SCOPED_TRACE(std::to_string(jobs) + " jobs");
+        TrRunThreads threads;
+        threads.jobs = jobs;
+        threads.decoders = 2;
+        TrTrackRun run(disk.get(), specs, settings, threads);
+        Recorder sink;
+        run.addSink(&sink);
+        run.run(1, 10);
+        EXPECT_EQ(12u, sink.calls.size());
+        EXPECT_EQ("finish", sink.calls.back());
+        long steps = 0;
+        for (size_t i = 0; i < specs.size(); ++i) {
+            const TrTrackResult& r = run.getResults()[i];
+            EXPECT_EQ(want.lostAt[i], r.lost ? r.lostAt : 0) << specs[i].name;
+            ASSERT_EQ(want.samples[i].size(), sink.delivered[i].size()) << specs[i].name;
+            for (size_t k = 0; k < want.samples[i].size(); ++k)
+                expectSame(want.samples[i][k], sink.delivered[i][k]);
+            steps += long(r.samples.size()) + (r.lost ? 1 : 0);
+        }
+        const TrRunTimes& t = run.getTimes();
+        EXPECT_EQ(10, t.frames);
+        EXPECT_EQ(steps, t.steps);
+        EXPECT_EQ(jobs, t.jobs);
+        EXPECT_EQ(2, t.decoders);
+        EXPECT_GT(t.decode, 0);
+        EXPECT_GT(t.trackCpu, 0);
+        EXPECT_LE(t.wait, t.wall);
+        EXPECT_LE(t.track + t.output, t.wall);
+    }
+}
+
+// A corrupt file in the middle, read ahead: the frames before it reach the
+// sinks with the values a pass that stopped there gives, and the error is
+// the reader's, naming the frame and the file.
+TEST(TrTrackRun, AFrameTheReaderCannotDecodeEndsThePassAfterTheFramesBefore) {
+    movingplate::TempDir dir;
+    movingplate::writePlate(dir, 128, 96, 1, 9);
+    const std::vector<TrTrackSpec> specs = {spec("a", 40.5, 40.5), spec("b", 80.5, 50.5),
+                                            spec("c", 60.5, 70.5)};
+    Orvane::SmartPtr<TrDiskSequence> disk(new TrDiskSequence(dstring(dir / "plate.####.png")));
+    const Reference want(disk.get(), specs, 1, 5, TrRunSettings());
+    const std::string broken = dir / movingplate::frameName(6);
+    std::ofstream(broken, std::ios::trunc) << "not a png";
+    for (int jobs = 1; jobs <= 3; ++jobs) {
+        SCOPED_TRACE(std::to_string(jobs) + " jobs");
+        TrRunThreads threads;
+        threads.jobs = jobs;
+        threads.decoders = 3;
+        TrTrackRun run(disk.get(), specs, TrRunSettings(), threads);
+        Recorder sink;
+        run.addSink(&sink);
+        EXPECT_THROW(run.run(1, 9), IllegalArgumentException);
+        EXPECT_EQ(6, run.getFailedFrame());
+        EXPECT_EQ(std::vector<std::string>({"begin 1 9", "1", "2", "3", "4", "5", "failed"}),
+                  sink.calls);
+        EXPECT_EQ(0u, sink.error.find("frame 6: cannot read \"" + broken + "\"")) << sink.error;
+        EXPECT_EQ(5, run.getTimes().frames);
+        for (size_t i = 0; i < specs.size(); ++i) {
+            ASSERT_EQ(5u, sink.delivered[i].size());
+            for (size_t k = 0; k < 5; ++k)
+                expectSame(want.samples[i][k], sink.delivered[i][k]);
+        }
+    }
 }

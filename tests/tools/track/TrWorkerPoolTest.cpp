@@ -11,6 +11,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -159,11 +160,12 @@ Record plainRun(TrSequence* seq, int from, int to) {
     return r;
 }
 
-// The same over a pool; `frameCopies(f, n)` gives n copies of frame f.
+// The same over a pool; `frameCopies(f, n)` gives n copies of frame f, one
+// per thread.
 Record pooledRun(int workers, int first, int last, int from, int to,
-                 const std::function<std::vector<Image>(int, int)>& frameCopies) {
+                 const std::function<std::vector<Image>(int, int)>& frameCopies, int threads = 0) {
     const int dir = to >= from ? 1 : -1;
-    TrWorkerPool pool(workers, kTracks, first, last);
+    TrWorkerPool pool(workers, kTracks, first, last, 8, threads);
     for (int w = 0; w < pool.getWorkerCount(); ++w)
         setUp(pool.getWorker(w).shot, pool.getWorker(w).tracks);
     Record r;
@@ -171,7 +173,7 @@ Record pooledRun(int workers, int first, int last, int from, int to,
     std::vector<TrStepResult> results;
     pool.begin(from, 1);
     for (int f = from; f != to + dir; f += dir) {
-        std::vector<Image> copies = frameCopies(f, pool.getWorkerCount());
+        std::vector<Image> copies = frameCopies(f, pool.getThreadCount());
         pool.step(f, dir, copies, alive, results);
         for (int i = 0; i < kTracks; ++i) {
             if (!results[size_t(i)].ran)
@@ -304,7 +306,60 @@ TEST(TrWorkerPool, OneTwoOrThreeWorkersTrackExactlyAsTheOneShotLoop) {
         for (int workers = 1; workers <= 3; ++workers)
             expectSame(want, pooledRun(workers, first, last, range.first, range.second, copiesOf),
                        std::to_string(workers) + " workers from " + std::to_string(range.first));
+        // Workers that take turns on a thread share its copy of the frame.
+        for (int threads = 1; threads <= 2; ++threads)
+            expectSame(want,
+                       pooledRun(3, first, last, range.first, range.second, copiesOf, threads),
+                       "3 workers on " + std::to_string(threads) + " threads from " +
+                           std::to_string(range.first));
     }
+}
+
+// Five workers on two threads: each worker always on the thread of w % 2,
+// the even ones on the caller's; one copy of a frame per thread is enough,
+// and the CPU time is the threads' own work, summed.
+TEST(TrWorkerPool, WorkersTakeTurnsOnFewerThreadsAndCountTheirCpuTime) {
+    TrWorkerPool pool(5, 5, 1, 10, 8, 2);
+    ASSERT_EQ(5, pool.getWorkerCount());
+    ASSERT_EQ(2, pool.getThreadCount());
+    EXPECT_EQ(3, TrWorkerPool(3, 3, 1, 10, 8, 7).getThreadCount());
+    EXPECT_EQ(3, TrWorkerPool(3, 3, 1, 10).getThreadCount());
+
+    std::vector<std::thread::id> ids(5);
+    std::vector<int> order;
+    // Busy for a known stretch of the thread's own CPU time.
+    auto spin = [](double seconds) {
+        timespec a{}, b{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &a);
+        do
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &b);
+        while (double(b.tv_sec - a.tv_sec) + 1e-9 * double(b.tv_nsec - a.tv_nsec) < seconds);
+    };
+    pool.runAll([&](TrWorker&, int w) {
+        ids[size_t(w)] = std::this_thread::get_id();
+        if (w % 2 == 0)
+            order.push_back(w);
+        spin(0.02);
+    });
+    EXPECT_EQ(std::this_thread::get_id(), ids[0]);
+    EXPECT_EQ(ids[0], ids[2]);
+    EXPECT_EQ(ids[0], ids[4]);
+    EXPECT_EQ(ids[1], ids[3]);
+    EXPECT_NE(ids[0], ids[1]);
+    EXPECT_EQ(std::vector<int>({0, 2, 4}), order);
+    // Five spins of 20 ms, plus the little the calls themselves cost.
+    EXPECT_GE(pool.getCpuSeconds(), 0.1);
+    EXPECT_LT(pool.getCpuSeconds(), 0.15);
+
+    for (int i = 0; i < 5; ++i)
+        pool.addTrack(i, 5, 5);
+    std::vector<TrStepResult> results;
+    expectThrows<IllegalArgumentException>(
+        [&] {
+            std::vector<Image> none;
+            pool.step(1, 1, none, std::vector<bool>(5, false), results);
+        },
+        "frame 1: 0 copies for 2 threads");
 }
 
 // Frames read ahead from files and handed to two workers give what the plain
