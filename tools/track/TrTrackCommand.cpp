@@ -5,6 +5,7 @@
 #include "tools/track/TrDemo.h"
 #include "tools/track/TrErrorText.h"
 #include "tools/track/TrHomography.h"
+#include "tools/track/TrLimits.h"
 #include "tools/track/TrNumbers.h"
 #include "tools/track/TrOverlay.h"
 #include "tools/track/TrProgress.h"
@@ -113,6 +114,8 @@ void prepare(Prepared& p) {
     cache.setMaxSize(std::max(cache.getMaxSize(), kCachedFrames * bytes));
     p.specs = p.o.demo ? TrDemo::tracks(p.demo(), p.o) : p.o.tracks;
     checkTracks(p);
+    TrLimits::check(p.specs, p.bounds, frame.getFormat().getBytesPerPixel(), cache.getMaxSize(),
+                    p.from, p.to);
 }
 
 TrRunSettings settingsOf(const TrCommandOptions& o) {
