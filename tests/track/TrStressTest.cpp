@@ -180,9 +180,13 @@ std::vector<Outcome> runStress(const Stress& s, const char* behavior, bool preci
                 EXPECT_NE("", o.reason);
             }
             if (!going) {
+                if (o.reason.empty() && follow.getStopReason(k))
+                    o.reason = follow.getStopReason(k);
+                EXPECT_NE("", o.reason) << "stopped without a reason";
                 o.lostAt = f;
                 continue;
             }
+            EXPECT_EQ(nullptr, follow.getStopReason(k));
             const TrTrackInfo& info = follow.getInfo(k);
             EXPECT_TRUE(std::isfinite(info.position.x) && std::isfinite(info.position.y));
             EXPECT_TRUE(std::isfinite(info.score)) << info.score;
@@ -255,6 +259,7 @@ TEST(TrStress, FlatAndSaturatedPatternsNeverPass) {
                 for (const Outcome& o : out) {
                     EXPECT_EQ(0, o.tracked) << s.name << " " << datatype;
                     EXPECT_EQ(1, o.lostAt) << s.name << " " << datatype;
+                    EXPECT_EQ("the refinement failed, as on flat or non-finite pixels", o.reason);
                 }
             });
         }
@@ -335,12 +340,18 @@ TEST(TrStress, NanAndInfPixelsStopTheTrackAndLeaveNoNan) {
         });
 }
 
-// A search rectangle under a pixel wide rounds to nothing: the track stops
-// at its first step.
+// A search rectangle under a pixel wide rounds to nothing, or to less than
+// the pattern where the rounding of its wider fetch region still takes a
+// pixel: either way the track stops at its first step, and says why.
 TEST(TrStress, ASearchAreaEmptyAfterRoundingStopsTheTrack) {
     for (const double search : {0.4, 0.0}) {
         const Stress s{"empty search", Orvane::UB1, moving(0.5, 0.2), 3, search, everywhere()};
-        for (const Outcome& o : runStress(s, "default", false))
+        for (const Outcome& o : runStress(s, "default", false)) {
             EXPECT_EQ(1, o.lostAt) << search;
+            EXPECT_TRUE(o.reason == "its search area holds no pixel of the frame" ||
+                        o.reason == "NaiveCorrelator: search bounds must be larger than pattern "
+                                    "bounds")
+                << o.reason;
+        }
     }
 }

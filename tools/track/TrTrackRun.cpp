@@ -116,6 +116,8 @@ void TrTrackRun::step(Group& g, int frame, const Orvane::GenRect<int>& bounds) {
         std::string reason;
         try {
             ok = g.follow.track(k, frame, direction);
+            if (!ok && g.follow.getStopReason(k))
+                reason = g.follow.getStopReason(k);
         } catch (const Exception& e) {
             reason = e.getMessage().str();
         }

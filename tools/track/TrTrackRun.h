@@ -87,9 +87,10 @@ struct TrRunSettings {
 /// shot and driver, and merges their results in the original track order.
 /// A group touches only its own tracks' state while it steps.
 ///
-/// A track is lost when the driver stops it, when a step throws one of the
-/// library's exceptions (the message becomes the reason), or when its point
-/// leaves the frame ("left the frame"); the other tracks go on.
+/// A track is lost when the driver stops it (the driver's stop reason
+/// becomes the reason), when a step throws one of the library's exceptions
+/// (the message does), or when its point leaves the frame ("left the
+/// frame"); the other tracks go on.
 ///
 /// The driver refines each frame again two steps later, so a frame's values
 /// are final only once the driver's refinement has passed it, the track has
