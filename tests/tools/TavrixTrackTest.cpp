@@ -4,6 +4,7 @@
 #include "image/Format.h"
 #include "image/Image.h"
 #include "image/ImageFile.h"
+#include "tools/TrToolRun.h"
 #include "tools/TrToolTestSupport.h"
 #include "tools/track/TrJson.h"
 
@@ -96,17 +97,6 @@ Result run(const TempDir& dir, const std::string& args) {
     const int raw = std::system(cmd.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(dir / "stdout.txt"),
             readFile(dir / "stderr.txt")};
-}
-
-// A failed run printed exactly one line, "tavrix-track: <error>", and after
-// a failure part way (status 1) only the line that says how far the written
-// results go: nothing of a decoder's own, no second error.
-void expectOneError(const Result& r, int status, const std::string& error,
-                    const std::string& kept = "") {
-    EXPECT_EQ(status, r.status) << r.err;
-    EXPECT_EQ("tavrix-track: " + error + "\n" +
-                  (kept.empty() ? "" : "tavrix-track: " + kept + "\n"),
-              r.err);
 }
 
 struct Row {
