@@ -8,7 +8,7 @@
 // The scores a user sees are the refinement's, within [-1, 1] with either
 // kind of window sums. The matcher's own peak, which picks where the
 // refinement starts, is another matter with the designed float sums: on
-// these cases it reached 1093 (float samples from -5 to 20), 23.7 (a search
+// these cases it reached 1093 (float samples from -5 to 20), 19.2 (a search
 // area larger than the frame, whose outside is flat), 3.57 (16-bit samples
 // over the whole range) and 1.0008 (a 3x3 pattern); double sums kept it
 // below 1.0003. On one grey level of contrast, and on bright, low-contrast
@@ -304,7 +304,7 @@ TEST(TrStress, WideRangesAndLargeSearchAreasFollowTheContent) {
     const Stress cases[] = {
         {"float -5..20", Orvane::FLOAT, moving(7.5, 12.5), 21, 41, everywhere()},
         {"16 bits, full range", Orvane::UB2, moving(0.5, 0.5), 21, 41, everywhere()},
-        {"search larger than frame", Orvane::UB1, moving(0.5, 0.2), 21, 250, everywhere()},
+        {"search larger than frame", Orvane::UB1, moving(0.5, 0.2), 21, 150, everywhere()},
         {"3x3 pattern", Orvane::UB1, moving(0.5, 0.2), 3, 9, everywhere()},
     };
     for (const Stress& s : cases)
