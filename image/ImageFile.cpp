@@ -4,6 +4,7 @@
 #include "image/DatatypeSwitch.h"
 #include "image/Format.h"
 #include "image/GenRect.h"
+#include "image/PngCheck.h"
 
 #include <OpenImageIO/imageio.h>
 #include <OpenImageIO/typedesc.h>
@@ -82,6 +83,9 @@ void keepToCallerThread() {
 
 bool readFile(const dstring& path, Image& out, std::string& reason) {
     keepToCallerThread();
+    // libpng would print its own line about a damaged file before ours.
+    if (!checkPngChunks(path.str(), reason))
+        return false;
     // Straight alpha stays as stored instead of being premultiplied on read.
     OIIO::ImageSpec config;
     config.attribute("oiio:UnassociatedAlpha", 1);

@@ -7,6 +7,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     liblapack-dev
     libopenimageio-dev openimageio-tools
+    zlib1g-dev
     libgl-dev
     libopencv-dev # the comparison benchmark only
     libegl-dev libgl1-mesa-dri

@@ -130,6 +130,7 @@ void TrFollow::begin(int frame, int stepArg) {
     // are moved, never copied.
     infos.clear();
     infos.resize(count);
+    stopReasons.assign(size_t(count), nullptr);
     searchCache.clear();
     setup();
 }
@@ -181,14 +182,15 @@ Image TrFollow::reduce(const Image& img, const dstring& mode) {
 // Each step reads as its stages; only the attempts repeat.
 bool TrFollow::track(int i, int frame, int direction) {
     TrTrackInfo& info = infos[i];
+    stopReasons[size_t(i)] = nullptr;
     direction = direction < 0 ? -1 : 1;
     // A cancelled pass does no further work, whichever track comes next.
     if (feedback && feedback->isCancelled())
-        return false;
+        return stopBecause(i, "the pass was cancelled");
     if (frame == beginFrame && !captureAtBegin(i, info))
-        return false;
+        return stopBecause(i, "its pattern lies outside the frame");
     if (info.matcher == nullptr || info.reducer == nullptr)
-        return false;
+        return stopBecause(i, "its pattern lies outside the frame");
 
     const Verdict verdict = matchWithRetries(i, frame, info);
     if (verdict.stop)
@@ -199,8 +201,13 @@ bool TrFollow::track(int i, int frame, int direction) {
         predictShape(info);
     if (lagRefine && verdict.matched && std::abs(frame - info.patternFrame) >= 2 &&
         !refineLagged(i, info, direction))
-        return false;
+        return stopBecause(i, "the lagged refinement failed, as on flat or non-finite pixels");
     return reportStep(i, frame);
+}
+
+bool TrFollow::stopBecause(int i, const char* why) {
+    stopReasons[size_t(i)] = why;
+    return false;
 }
 
 bool TrFollow::captureAtBegin(int i, TrTrackInfo& info) {
@@ -272,7 +279,7 @@ bool TrFollow::fetchAndWarp(int i, int frame, double growth, TrTrackInfo& info) 
 
     const Image fetched = checkedShot()->getImage(t, fetchRect, true);
     if (!hasPixels(fetched))
-        return false;
+        return stopBecause(i, "its search area holds no pixel of the frame");
     info.searchRaw = ownedFloat(info.reducer->reduce(fetched), fetched);
     if (lagRefine)
         searchCache[frame * 256 + i] = info.searchRaw;
@@ -316,7 +323,7 @@ bool TrFollow::matchAndRefine(int i, TrTrackInfo& info) {
     try {
         refineAffine(i, info);
     } catch (const KrMatrixError&) {
-        return false;
+        return stopBecause(i, "the refinement failed, as on flat or non-finite pixels");
     }
     return true;
 }
@@ -391,12 +398,15 @@ TrFollow::Verdict TrFollow::judge(int i, int frame, const dstring& behaviorName,
     const TrBehavior behavior = behaviorNamed(behaviorName);
     switch (behavior) {
     case TrBehavior::Stop:
+        stopBecause(i, "its match scored below the tolerance");
         return Verdict::stopTrack();
     case TrBehavior::Predict:
     case TrBehavior::Default:
     case TrBehavior::PredictAndKey:
-        if (info.failCount >= kMaxPredicted)
+        if (info.failCount >= kMaxPredicted) {
+            stopBecause(i, "its match scored below the tolerance six frames in a row");
             return Verdict::stopTrack();
+        }
         ++info.failCount;
         verdict.keyed = behavior == TrBehavior::PredictAndKey;
         break;
@@ -469,5 +479,5 @@ bool TrFollow::reportStep(int i, int frame) {
     if (!feedback)
         return true;
     feedback->trackStep(i, frame);
-    return !feedback->isCancelled();
+    return !feedback->isCancelled() || stopBecause(i, "the pass was cancelled");
 }

@@ -9,6 +9,7 @@
 #include "track/TrTrackInfo.h"
 
 #include <map>
+#include <vector>
 
 class AffineProblem;
 class Reducer;
@@ -60,6 +61,11 @@ public:
     bool track(int i, int frame, int direction);
     /// Ends the pass; the records stay until the next `begin`.
     void end(int frame);
+    /// Why the last `track(i, …)` returned false, as a fixed text ("its
+    /// pattern lies outside the frame", "its match scored below the
+    /// tolerance", …); null when it returned true or threw. Stopping is
+    /// unchanged by it: a caller that reports lost tracks reads it.
+    const char* getStopReason(int i) const { return stopReasons[size_t(i)]; }
 
     /// A new reducer for colour mode `mode`, set up on `pattern` where the
     /// mode needs it ("hue"); the caller owns it. Modes: "red", "green",
@@ -115,6 +121,7 @@ private:
     void key(int i, int frame, TrTrackInfo& info);
     bool refineLagged(int i, TrTrackInfo& info, int direction);
     bool reportStep(int i, int frame);
+    bool stopBecause(int i, const char* why);
 
     Orvane::SafePtr<TrShot> shot;
     TrFeedback* feedback = nullptr;
@@ -123,6 +130,8 @@ private:
     int step = 1;
     Array<TrTrackInfo> infos;
     std::map<int, Orvane::Image> searchCache;
+    /// One per record, set where `track` returns false.
+    std::vector<const char*> stopReasons;
     float rangeStart = 0;
     float rangeEnd = 0;
     bool useAffine = true;

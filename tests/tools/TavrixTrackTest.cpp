@@ -4,6 +4,7 @@
 #include "image/Format.h"
 #include "image/Image.h"
 #include "image/ImageFile.h"
+#include "tools/TrToolRun.h"
 #include "tools/TrToolTestSupport.h"
 #include "tools/track/TrCommandOptions.h"
 #include "tools/track/TrJson.h"
@@ -75,6 +76,13 @@ void writeFrame(const std::string& path, int width, int height, const double toT
         }
     }
     Orvane::saveToFile(dstring(path), img);
+}
+
+// `from` with its last 100 bytes cut off: the end of its image data and
+// the chunk after.
+void writeCut(const std::string& to, const std::string& from) {
+    const std::string bytes = readFile(from);
+    std::ofstream(to, std::ios::binary) << bytes.substr(0, bytes.size() - 100);
 }
 
 struct Result {
@@ -242,6 +250,8 @@ TEST(TavrixTrack, BadInputGetsOneLineAndStatusTwo) {
     writeTranslated(dir, 3);
     std::ofstream(dir / "broken.0001.png") << "not a png";
     std::ofstream(dir / "t.json") << "{\"tracks\": [{\"position\": [1, 2], \"size\": 3}]}";
+    std::ofstream(dir / "far.json") << "{\"tracks\": [{\"position\": [1e308, 5]}]}";
+    writeCut(dir / "cut.0001.png", dir / "plate.0001.png");
     const std::string plate = dir / "plate.####.png", h = dir / "h.json", t = dir / "t.json";
     const std::string cannotWrite = dir / "no/such/dir/r.csv";
     const struct {
@@ -268,6 +278,15 @@ TEST(TavrixTrack, BadInputGetsOneLineAndStatusTwo) {
         {plate + " --track 10,10 --track 20,20 --track 30,30 --homography " + h,
          "--homography needs at least four tracks, got 3"},
         {plate + " --track 10,10 --out " + cannotWrite, "cannot write \"" + cannotWrite + "\""},
+        {plate + " --tracks " + dir / "far.json",
+         "track \"1\" at 1e+308,5 lies outside frame 1 (0, 0, 200, 150)"},
+        {plate + " --track 10,10 --search 100000x100000",
+         "track \"1\": the search area 100000x100000 is larger than 400x300, twice the frame"},
+        {plate + " --track 10,10 --pattern 201x9 --search 203x11",
+         "track \"1\": the pattern 201x9 is larger than the frame, 200x150"},
+        {dir / "cut.####.png --track 10,10", "cannot read \"" + dir / "cut.0001.png" +
+                                                 "\": truncated PNG: the file ends inside chunk "
+                                                 "IDAT"},
     };
     for (const auto& c : cases) {
         const Result r = run(dir, c.args);
@@ -366,4 +385,38 @@ TEST(TavrixTrack, ExportedTracksStartTheNextPassWhereTheyEnded) {
             EXPECT_NEAR(ended.at(key).y, started.at(key).y, 0.01) << file << " " << i;
         }
     }
+}
+
+TEST(TavrixTrack, LimitsAndDamagedFramesGetOneLineEach) {
+    TempDir dir;
+    writeTranslated(dir, 8);
+    // 500 tracks with the largest search area the frame allows plan for
+    // more than the memory limit, whatever their count of frames.
+    {
+        std::ofstream many(dir / "many.json");
+        many << "{\"tracks\": [";
+        for (int i = 0; i < 500; ++i)
+            many << (i ? ", " : "") << "{\"position\": [100, 75]}";
+        many << "]}";
+    }
+    const Result r =
+        run(dir, dir / "plate.####.png --search 400x300 --to 2 --tracks " + dir / "many.json");
+    EXPECT_EQ(2, r.status);
+    const std::regex limit("tavrix-track: the pass needs about [4-9]\\.\\d GiB of working memory "
+                           "\\(500 tracks over 2 frames\\), more than the limit of 4\\.0 GiB\n");
+    EXPECT_TRUE(std::regex_match(r.err, limit)) << r.err;
+    EXPECT_EQ("", r.out);
+
+    // A frame cut short part way: its one line, and the rows before it.
+    writeCut(dir / "cut.png", dir / frameName("plate.", 6));
+    std::filesystem::rename(dir / "cut.png", dir / frameName("plate.", 6));
+    const Result cut = run(dir, trackArgs(dir, 3, 1, 8));
+    expectOneError(cut, 1,
+                   "frame 6: cannot read \"" + dir / frameName("plate.", 6) +
+                       "\": truncated PNG: the file ends inside chunk IDAT",
+                   "results up to frame 5 were written");
+    const auto rows = parseCsv(cut.out);
+    EXPECT_EQ(15u, rows.size());
+    for (int k = 0; k < 15; ++k)
+        EXPECT_EQ(1u, rows.count({std::to_string(k / 5 + 1), k % 5 + 1})) << k;
 }

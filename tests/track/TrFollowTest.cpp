@@ -292,6 +292,7 @@ TEST(TrFollow, CancelStopsEveryTrackAtOnce) {
     // The third step is taken and reported, then the pass is cancelled:
     // nothing more is done for any track.
     EXPECT_FALSE(rig.follow.track(0, 2, 1));
+    EXPECT_STREQ("the pass was cancelled", rig.follow.getStopReason(0));
     rig.shot.writes.clear();
     rig.shot.fetches.clear();
     EXPECT_FALSE(rig.follow.track(1, 2, 1));
@@ -426,6 +427,32 @@ TEST(TrFollowEndToEnd, EachFailureBehaviourStopsAndKeysAsItSays) {
             EXPECT_EQ(keyed || f == 1, s.shot.isPositionKeyed(0, f)) << behavior << " " << f;
         }
     }
+}
+
+// The driver says why it stopped a track, and nothing while it goes on.
+TEST(TrFollowEndToEnd, AStoppedTrackCarriesItsReason) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"stop", "its match scored below the tolerance"},
+        {"predict", "its match scored below the tolerance six frames in a row"}};
+    for (const auto& [behavior, reason] : cases) {
+        SaddleShot s;
+        s.add(1);
+        s.shot.setFailureTolerance(0, 1.5);
+        s.shot.setFailureBehavior(0, behavior);
+        s.follow.begin(1, 1);
+        int f = 1;
+        for (; s.follow.track(0, f, 1); ++f)
+            EXPECT_EQ(nullptr, s.follow.getStopReason(0)) << behavior << " " << f;
+        ASSERT_NE(nullptr, s.follow.getStopReason(0)) << behavior;
+        EXPECT_STREQ(reason, s.follow.getStopReason(0)) << behavior << " stopped at " << f;
+    }
+    // A track placed off the frame has no pattern to capture.
+    SaddleShot s;
+    s.add(1);
+    s.shot.setPosition(0, 1, GenPoint<double>(-500, -500));
+    s.follow.begin(1, 1);
+    EXPECT_FALSE(s.follow.track(0, 1, 1));
+    EXPECT_STREQ("its pattern lies outside the frame", s.follow.getStopReason(0));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "tools/track/TrErrorText.h"
 #include "tools/track/TrFormatTable.h"
 #include "tools/track/TrHomography.h"
+#include "tools/track/TrLimits.h"
 #include "tools/track/TrNumbers.h"
 #include "tools/track/TrOverlay.h"
 #include "tools/track/TrProgress.h"
@@ -111,6 +112,8 @@ void prepare(Prepared& p) {
     p.o.placeImportedTracks(TrFrameSize{p.bounds.w, p.bounds.h});
     p.specs = p.o.demo ? TrDemo::tracks(p.demo(), p.o) : p.o.tracks;
     checkTracks(p);
+    TrLimits::check(p.specs, p.bounds, frame.getFormat().getBytesPerPixel(), cache.getMaxSize(),
+                    p.from, p.to);
 }
 
 // Tracking threads as asked, one per core by default; frames are decoded on

@@ -125,9 +125,10 @@ struct TrRunSettings {
 /// the workers see only the copies handed to them. The results are merged
 /// in the original track order on the caller's thread, between steps.
 ///
-/// A track is lost when the driver stops it, when a step throws one of the
-/// library's exceptions (the message becomes the reason), or when its point
-/// leaves the frame ("left the frame"); the other tracks go on.
+/// A track is lost when the driver stops it (the driver's stop reason
+/// becomes the reason), when a step throws one of the library's exceptions
+/// (the message does), or when its point leaves the frame ("left the
+/// frame"); the other tracks go on.
 ///
 /// The driver refines each frame again two steps later, so a frame's values
 /// are final only once the driver's refinement has passed it, the track has

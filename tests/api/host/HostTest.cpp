@@ -16,6 +16,8 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -332,4 +334,95 @@ TEST(HostPlugin, ThousandInstancesTrackAndReleaseWithoutLeaking) {
     // use must not grow with the instances at all.
     EXPECT_EQ(inUseAfterWarmUp, mallinfo2().uordblks) << "heap grew over the last 500 instances";
 #endif
+}
+
+// A thousand instances from a fixed seed, each with random tracks: places
+// on and off a small frame, pattern and search sizes from under a pixel to
+// larger than the frame, every failure behaviour, either direction. No
+// instance may crash or throw anything but a std::exception, and whatever
+// is keyed must be finite, with scores within [-1, 1].
+TEST(HostPlugin, ThousandRandomCyclesStaySane) {
+    const int width = 48, height = 36, frames = 4;
+    const clip::Texture texture(11);
+    const clip::Motion motion;
+    std::vector<std::vector<unsigned char>> clip;
+    clip.reserve(frames);
+    for (int f = 0; f < frames; ++f)
+        clip.push_back(clip::render(texture, width, height, motion.x(f), motion.y(f)));
+
+    Plugin plugin;
+    ASSERT_TRUE(plugin.loaded()) << dlerror();
+    std::mt19937 rng(20261125);
+    std::uniform_real_distribution<double> unit(0, 1);
+    int steps = 0, stopped = 0, keyed = 0;
+    std::map<std::string, int> messages;
+    for (int n = 0; n < 1000; ++n) {
+        SCOPED_TRACE("instance " + std::to_string(n));
+        TavrixAPI* api = plugin.create();
+        api->setFrameSize(width, height);
+        const int count = 1 + int(unit(rng) * 3);
+        for (int i = 0; i < count; ++i) {
+            // Up to 8 pixels past each edge.
+            api->addNewTrack((unit(rng) - 0.5) * (width + 16), (unit(rng) - 0.5) * (height + 16));
+            const double pattern = 0.5 + unit(rng) * 14, search = pattern + unit(rng) * 50 - 4;
+            api->setPatternRect(i, 0, pattern / 2, -pattern / 2, pattern, pattern);
+            api->setSearchRect(i, 0, search / 2, -search / 2, search, search);
+            api->setFailureTolerance(i, 0.3 + unit(rng) * 0.7);
+            api->setTrackFailureBehavior(i, int(unit(rng) * 6));
+        }
+        api->setUseScale(0, unit(rng) < 0.5);
+        api->setUseStretch(0, unit(rng) < 0.3);
+        api->setUseRotate(0, unit(rng) < 0.7);
+        const bool forward = unit(rng) < 0.5;
+        std::vector<bool> going(size_t(count), true);
+        for (int k = 0; k < frames; ++k) {
+            const int f = forward ? k : frames - 1 - k;
+            api->setCurrentBuffer(float(f), clip[size_t(f)].data(), false);
+            if (k == 0)
+                api->begin(float(f));
+            for (int i = 0; i < count; ++i) {
+                if (!going[size_t(i)])
+                    continue;
+                ++steps;
+                bool ok = false;
+                const std::string what = thrownBy([&] { ok = api->track(i, float(f), forward); });
+                ASSERT_NE("<not a std::exception>", what);
+                if (what != "<nothing thrown>")
+                    ++messages[what];
+                stopped += what == "<nothing thrown>" && !ok;
+                going[size_t(i)] = ok;
+            }
+        }
+        api->end(float(forward ? frames - 1 : 0));
+        for (int i = 0; i < count; ++i)
+            for (int f = 0; f < frames; ++f) {
+                if (!api->hasPositionKeyframe(i, float(f)))
+                    continue;
+                ++keyed;
+                double v[7] = {NAN, NAN, NAN, NAN, NAN, NAN, NAN};
+                api->getPosition(i, float(f), &v[0], &v[1]);
+                api->getRotation(i, float(f), &v[2]);
+                api->getScale(i, float(f), &v[3], &v[4]);
+                api->getStretch(i, float(f), &v[5], &v[6]);
+                for (double x : v)
+                    ASSERT_TRUE(std::isfinite(x)) << "track " << i << " frame " << f;
+                if (api->hasQualityKeyframe(i, float(f))) {
+                    double score = NAN;
+                    api->getScore(i, float(f), &score);
+                    ASSERT_TRUE(std::isfinite(score));
+                    ASSERT_LE(std::fabs(score), 1 + 4 * FLT_EPSILON) << score;
+                }
+            }
+        plugin.release(api);
+    }
+    int thrown = 0;
+    for (const auto& [what, times] : messages) {
+        std::printf("thrown %d times: %s\n", times, what.c_str());
+        thrown += times;
+    }
+    std::printf("%d steps: %d stopped, %d threw; %d keyed frames\n", steps, stopped, thrown, keyed);
+    // The seed must reach every outcome, or the cycle tests less than it says.
+    EXPECT_GT(stopped, 0);
+    EXPECT_GT(thrown, 0);
+    EXPECT_GT(steps - stopped - thrown, 0);
 }

@@ -28,3 +28,11 @@ TEST(TrErrorText, EveryKindOfThrowGivesItsText) {
     EXPECT_EQ("unknown error", textOf(42));
     EXPECT_EQ("", errorText(nullptr));
 }
+
+TEST(TrErrorText, SeveralLinesBecomeOne) {
+    EXPECT_EQ("cannot read \"a; b.png\": PNG read error; PNG library error",
+              textOf(IllegalArgumentException("cannot read \"a\nb.png\": PNG read error\r\n"
+                                              "PNG library error\n")));
+    EXPECT_EQ("unknown error", textOf(std::runtime_error(" \n")));
+    EXPECT_EQ("unknown error", textOf(""));
+}
