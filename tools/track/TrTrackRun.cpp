@@ -164,6 +164,10 @@ void TrTrackRun::step(int frame, std::vector<Orvane::Image>& copies,
         Lane& lane = lanes[i];
         bool ok = r.ok;
         std::string reason = r.error;
+        // The workers are idle: the driver's stop reason can be read here.
+        const char* stopped = pool->followOf(int(i)).getStopReason(pool->localIndex(int(i)));
+        if (!ok && reason.empty() && stopped != nullptr)
+            reason = stopped;
         const TrTrackInfo& info = pool->getInfo(int(i));
         // The driver follows a pattern that is partly outside the frame as
         // long as some of its search area is inside; a point outside the

@@ -161,8 +161,6 @@ void TrWorkerPool::step(int frame, int direction, std::vector<Orvane::Image>& co
             r.ran = true;
             try {
                 r.ok = worker.follow.track(int(k), frame, direction);
-                if (!r.ok && worker.follow.getStopReason(int(k)) != nullptr)
-                    r.error = worker.follow.getStopReason(int(k));
             } catch (const Exception& e) {
                 r.ok = false;
                 r.error = e.getMessage().str();

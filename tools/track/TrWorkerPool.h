@@ -37,8 +37,8 @@ struct TrStepResult {
     bool ran = false;
     /// The driver's answer; false stops the track.
     bool ok = false;
-    /// Why the track stopped: the message of the library's exception the
-    /// step threw, or the driver's stop reason; empty when it goes on.
+    /// When the step threw one of the library's exceptions, its message;
+    /// the track is lost and `ok` is false.
     std::string error;
 };
 
