@@ -11,6 +11,7 @@ packages=(
     libopencv-dev # the comparison benchmark only
     libegl-dev libgl1-mesa-dri
     clang-format clang-tidy
+    clang libclang-rt-14-dev # the fuzz targets: libFuzzer and the sanitizer runtimes
 )
 
 missing=()
