@@ -33,9 +33,14 @@ corpus=build/fuzz-corpus/$target
 findings=build/fuzz-findings
 mkdir -p "$corpus" "$findings"
 program=$tree/tests/fuzz/fuzz_$target
+# The target's own options, then the caller's, override the common ones.
+options=()
+if [ -f "tests/fuzz/$target.options" ]; then
+    read -r -a options < "tests/fuzz/$target.options"
+fi
 set +e
 "$program" -max_total_time="$seconds" -timeout=60 -rss_limit_mb=2048 -print_final_stats=1 \
-    -artifact_prefix="$findings/$target-" "$@" "$corpus" "tests/fuzz/corpus/$target"
+    -artifact_prefix="$findings/$target-" "${options[@]}" "$@" "$corpus" "tests/fuzz/corpus/$target"
 status=$?
 set -e
 if [ "$status" -ne 0 ]; then
