@@ -13,6 +13,7 @@ packages=(
     libegl-dev libgl1-mesa-dri
     clang-format clang-tidy
     pybind11-dev python3-pybind11 python3-dev python3-numpy python3-pytest # the Python module
+    clang libclang-rt-14-dev # the fuzz targets: libFuzzer and the sanitizer runtimes
 )
 
 missing=()

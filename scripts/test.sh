@@ -2,6 +2,8 @@
 # Installs what is missing, then builds and runs every test twice: in the
 # optimised build and under AddressSanitizer + UndefinedBehaviorSanitizer.
 # Both trees treat warnings as errors, and clang-tidy checks every source.
+# Where clang is installed, a third tree runs each fuzz target for a short
+# while from its seeds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -25,3 +27,10 @@ scripts/build.sh build/sanitize -DCMAKE_BUILD_TYPE=Debug -DSANITIZE=address,unde
     -DTAVRIX_BENCHMARKS=OFF -DTAVRIX_WERROR=ON
 (cd build/sanitize && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --output-on-failure -j "$(nproc)")
+
+# libFuzzer comes with clang only; the other trees replay the fuzz corpora.
+if command -v clang++ > /dev/null; then
+    CC=clang CXX=clang++ scripts/build.sh build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DTAVRIX_FUZZ=ON -DTAVRIX_BENCHMARKS=OFF -DTAVRIX_WERROR=ON
+    (cd build/fuzz && ctest --output-on-failure -j "$(nproc)")
+fi

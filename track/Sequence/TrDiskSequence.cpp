@@ -21,6 +21,16 @@ struct DirCloser {
     void operator()(DIR* d) const { closedir(d); }
 };
 
+// The frame number of time `t`. A time whose rounding lies past the range of
+// int, or is not a number, names no file: converting it would be undefined.
+int frameNumber(float t) {
+    const float n = std::roundf(t);
+    if (!(n >= static_cast<float>(INT_MIN) && n < -static_cast<float>(INT_MIN)))
+        throw IllegalArgumentException(dstring("frame ") + dstring::formatDouble(t) +
+                                       " out of range");
+    return static_cast<int>(n);
+}
+
 // The resolved directory with its trailing "/". The pattern names no
 // existing file, so only its directory is resolved.
 std::string resolveDirectory(const std::string& given) {
@@ -161,9 +171,10 @@ void TrDiskSequence::setFirstFrame(int frame) {
 }
 
 dstring TrDiskSequence::getFramePath(float t) const {
+    const int n = frameNumber(t);
     if (marker != '#')
-        return directory + dstring(form().expand(static_cast<int>(std::roundf(t))));
-    std::string digits = std::to_string(static_cast<int>(std::roundf(t)));
+        return directory + dstring(form().expand(n));
+    std::string digits = std::to_string(n);
     if (static_cast<int>(digits.size()) < width)
         digits.insert(0, width - digits.size(), '0');
     return directory + prefix + dstring(digits) + suffix;
@@ -183,8 +194,13 @@ Orvane::Image TrDiskSequence::getFrame(float t) {
 }
 
 Orvane::GenRect<int> TrDiskSequence::getBounds(float t) {
-    const int n = static_cast<int>(std::roundf(t));
-    const int i = n - firstFrame;
+    // Two frame numbers can lie further apart than an int reaches: such a
+    // frame is as far outside the table as one before the first.
+    const int n = frameNumber(t);
+    const long long offset = static_cast<long long>(n) - firstFrame;
+    if (offset < INT_MIN || offset >= INT_MAX)
+        throw BadIndexException("Array::operator[]");
+    const int i = static_cast<int>(offset);
     if (i < bounds.getCount() && !bounds[i].isEmpty())
         return bounds[i];
     // The frame is read before the table grows, so a frame that cannot be

@@ -56,6 +56,11 @@ public:
     /// The file of frame `t` (rounded): directory, prefix, the number padded
     /// with zeros to the width (never shortened) and suffix. The "@" and
     /// printf forms count a minus sign towards the width, as printf does.
+    /// A `t` that
+    /// rounds past the range of int, or is not a number, throws
+    /// IllegalArgumentException "frame <t> out of range", `t` in the shortest
+    /// form that reads back ("frame 2147483648 out of range", "frame 3e+09
+    /// out of range", "frame nan out of range").
     dstring getFramePath(float t) const;
 
     /// Frame `t` from the cache, or read from its file and cached. A file
@@ -63,7 +68,8 @@ public:
     /// and the reason, and nothing is cached.
     Orvane::Image getFrame(float t) override;
     /// The bounds of frame `t`, read once per frame and then remembered. A
-    /// frame before the first throws BadIndexException "Array::operator[]".
+    /// frame before the first throws BadIndexException "Array::operator[]";
+    /// a `t` out of range throws as getFramePath does.
     Orvane::GenRect<int> getBounds(float t) override;
 
 private:

@@ -6,6 +6,7 @@
 #include "track/Sequence/TrImageCache.h"
 
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -256,4 +257,23 @@ TEST_F(TrDiskSequenceTest, OtherFormsFindTheirSeriesOnceEnabled) {
     // "#" names keep their rule with the forms on: shotXYZ fails the scan.
     expectThrows<IllegalArgumentException>([&] { seq.setFilename(path("shot####.png").c_str()); },
                                            "dstring.toLong: failed");
+}
+
+// A time that rounds past int names no file; the last float below 2^31 and
+// INT_MIN still do. Bounds of a frame further from the first than an int
+// reaches are refused as a frame before the first is.
+TEST_F(TrDiskSequenceTest, FramesPastIntAreRefused) {
+    TrDiskSequence seq(path("shot####.png").c_str());
+    EXPECT_EQ(path("shot2147483520.png"), seq.getFramePath(2147483520.0f).str());
+    EXPECT_EQ(path("shot-2147483648.png"), seq.getFramePath(-2147483648.0f).str());
+    expectThrows<IllegalArgumentException>([&] { seq.getFramePath(2147483647.0f); },
+                                           "frame 2147483648 out of range");
+    expectThrows<IllegalArgumentException>([&] { seq.getFramePath(-2147483904.0f); },
+                                           "frame -2147483904 out of range");
+    expectThrows<IllegalArgumentException>([&] { seq.getFramePath(std::nanf("")); },
+                                           "frame nan out of range");
+    expectThrows<IllegalArgumentException>([&] { seq.getFrame(3e9f); }, "frame 3e+09 out of range");
+    expectThrows<BadIndexException>([&] { seq.getBounds(-2147483648.0f); }, "Array::operator[]");
+    seq.setFirstFrame(-200);
+    expectThrows<BadIndexException>([&] { seq.getBounds(2147483520.0f); }, "Array::operator[]");
 }
