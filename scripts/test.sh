@@ -31,6 +31,6 @@ scripts/build.sh build/sanitize -DCMAKE_BUILD_TYPE=Debug -DSANITIZE=address,unde
 # libFuzzer comes with clang only; the other trees replay the fuzz corpora.
 if command -v clang++ > /dev/null; then
     CC=clang CXX=clang++ scripts/build.sh build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DTAVRIX_FUZZ=ON -DTAVRIX_BENCHMARKS=OFF -DTAVRIX_WERROR=ON
+        -DTAVRIX_FUZZ=ON -DTAVRIX_BENCHMARKS=OFF -DTAVRIX_PYTHON=OFF -DTAVRIX_WERROR=ON
     (cd build/fuzz && ctest --output-on-failure -j "$(nproc)")
 fi

@@ -80,7 +80,8 @@ void checkNumber(const std::string& text) {
 }
 
 void checkParsed(const TrCommandOptions& o) {
-    if (o.help)
+    // --help and --version answer without anything to track.
+    if (o.help || o.version)
         return;
     if (o.tracks.empty() && !o.demo)
         std::abort();
