@@ -2,11 +2,14 @@
 // names for a pattern from the input, then the file name of a frame number
 // from the input. A pattern that scans must name the same series again
 // through getFilename, and a frame's name must hold the frame's number.
+// The "@" and printf forms: a name they write for a frame must read back as
+// that frame, and parsing their name back gives the same pattern.
 
 #include "FuzzScratch.h"
 
 #include "base/Exception.h"
 #include "track/Sequence/TrDiskSequence.h"
+#include "track/Sequence/TrFramePattern.h"
 
 #include <cmath>
 #include <cstddef>
@@ -58,6 +61,24 @@ std::string expectedPath(const TrDiskSequence& seq, float t) {
            digits + form.substr(hashes + seq.getWidth());
 }
 
+void checkOtherForms(const std::string& pattern, int frame) {
+    TrFramePattern form;
+    try {
+        form = TrFramePattern::parse(pattern);
+    } catch (const IllegalArgumentException&) {
+        return;
+    }
+    if (TrFramePattern::parse(form.directory + form.name()).name() != form.name())
+        std::abort();
+    if (form.marker == '#' || frame < 0)
+        return;
+    const std::string path = form.expand(frame);
+    int back = 0;
+    int digits = 0;
+    if (!form.match(path.substr(form.directory.size()), back, digits) || back != frame)
+        std::abort();
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -70,6 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // whatever the machine holds.
     if (name.find("..") != std::string::npos || name.find('\0') != std::string::npos)
         return 0;
+    checkOtherForms(name, frame);
     TrDiskSequence seq;
     try {
         seq.setFilename(dstring(folder().path(name)));
