@@ -1,6 +1,7 @@
 // Runs the built tavrix-track with one, two and three jobs on clips the test
 // writes: the outputs must not depend on how the tracks were spread.
 
+#include "tools/TrToolProcess.h"
 #include "tools/track/TrMovingPlate.h"
 
 #include <gtest/gtest.h>
@@ -18,28 +19,11 @@
 using movingplate::frameName;
 using movingplate::TempDir;
 
+using tooltest::readFile;
+using tooltest::Result;
+using tooltest::run;
+
 namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-struct Result {
-    int status;
-    std::string out, err;
-};
-
-// Through the shell: the test's paths and arguments hold nothing it reads.
-Result run(const TempDir& dir, const std::string& args) {
-    const std::string cmd = "'" TAVRIX_TRACK_COMMAND "' " + args + " >" + dir / "stdout.txt" +
-                            " 2>" + dir / "stderr.txt";
-    const int raw = std::system(cmd.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(dir / "stdout.txt"),
-            readFile(dir / "stderr.txt")};
-}
 
 const char* const kModes[] = {"luminance", "red", "green", "blue", "saturation", "hue"};
 

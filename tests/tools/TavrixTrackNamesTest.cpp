@@ -1,6 +1,7 @@
 // Runs the built tavrix-track on sequences named in each frame-name form,
 // with known motion, and on malformed names.
 
+#include "tools/TrToolProcess.h"
 #include "tools/track/TrMovingPlate.h"
 
 #include <gtest/gtest.h>
@@ -21,29 +22,11 @@ using movingplate::shiftX;
 using movingplate::shiftY;
 using movingplate::TempDir;
 
+using tooltest::readFile;
+using tooltest::Result;
+using tooltest::run;
+
 namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-struct Result {
-    int status;
-    std::string out, err;
-};
-
-// Through the shell, so every argument is quoted: the patterns hold "%" and
-// "#".
-Result run(const TempDir& dir, const std::string& args) {
-    const std::string cmd = "'" TAVRIX_TRACK_COMMAND "' " + args + " >'" + dir / "stdout.txt" +
-                            "' 2>'" + dir / "stderr.txt" + "'";
-    const int raw = std::system(cmd.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(dir / "stdout.txt"),
-            readFile(dir / "stderr.txt")};
-}
 
 std::string quoted(const std::string& s) {
     return "'" + s + "'";

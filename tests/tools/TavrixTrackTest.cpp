@@ -4,6 +4,7 @@
 #include "image/Format.h"
 #include "image/Image.h"
 #include "image/ImageFile.h"
+#include "tools/TrToolProcess.h"
 #include "tools/TrToolRun.h"
 #include "tools/TrToolTestSupport.h"
 #include "tools/track/TrCommandOptions.h"
@@ -22,17 +23,12 @@
 #include <sstream>
 #include <vector>
 
-namespace {
+using movingplate::TempDir;
+using tooltest::readFile;
+using tooltest::Result;
+using tooltest::run;
 
-struct TempDir {
-    TempDir() {
-        char buf[] = "/tmp/tavrix-track-test-XXXXXX";
-        path = mkdtemp(buf);
-    }
-    ~TempDir() { std::filesystem::remove_all(path); }
-    std::string operator/(const std::string& name) const { return path + "/" + name; }
-    std::string path;
-};
+namespace {
 
 // A band-limited texture, exact at any position, so that a sub-pixel move
 // needs no interpolator: eight sinusoids with wavelengths of 9.5 to 20 pixels
@@ -50,13 +46,6 @@ std::string frameName(const std::string& prefix, int n) {
     char buf[32];
     std::snprintf(buf, sizeof buf, "%04d.png", n);
     return prefix + buf;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
 }
 
 // An 8-bit RGB PNG; `toTexture` carries a pixel centre to the texture.
@@ -83,21 +72,6 @@ void writeFrame(const std::string& path, int width, int height, const double toT
 void writeCut(const std::string& to, const std::string& from) {
     const std::string bytes = readFile(from);
     std::ofstream(to, std::ios::binary) << bytes.substr(0, bytes.size() - 100);
-}
-
-struct Result {
-    int status;
-    std::string out, err;
-};
-
-// Runs the command through the shell: the test's paths and arguments hold
-// no space and nothing else the shell would read.
-Result run(const TempDir& dir, const std::string& args) {
-    const std::string cmd = "'" TAVRIX_TRACK_COMMAND "' " + args + " >" + dir / "stdout.txt" +
-                            " 2>" + dir / "stderr.txt";
-    const int raw = std::system(cmd.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(dir / "stdout.txt"),
-            readFile(dir / "stderr.txt")};
 }
 
 struct Row {
