@@ -59,14 +59,12 @@ inline ToolRun runTool(const std::vector<std::string>& args) {
     return r;
 }
 
-/// A failed run printed exactly one line, "tavrix-track: <error>", and after
-/// a failure part way (status 1) only the line that says how far the written
-/// results go: nothing of a decoder's own, no second error.
+/// A failed run printed exactly one line, "tavrix-track: <error>", which
+/// after a failure part way (status 1) ends by saying how far the written
+/// results go: nothing of a decoder's own, no second line.
 template <class Result>
 void expectOneError(const Result& r, int status, const std::string& error,
                     const std::string& kept = "") {
     EXPECT_EQ(status, r.status) << r.err;
-    EXPECT_EQ("tavrix-track: " + error + "\n" +
-                  (kept.empty() ? "" : "tavrix-track: " + kept + "\n"),
-              r.err);
+    EXPECT_EQ("tavrix-track: " + error + (kept.empty() ? "" : "; " + kept) + "\n", r.err);
 }

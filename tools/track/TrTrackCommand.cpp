@@ -196,15 +196,16 @@ void configure(Outputs& out, Prepared& p, TrTrackRun& run) {
     run.setNotices(o.quiet ? nullptr : stderr);
 }
 
-// The pass; a failure part way says how far the written results go.
+// The pass; a failure part way says, on its one line, how far the written
+// results go.
 int track(TrTrackRun& run, const Prepared& p) {
+    std::string failure;
     try {
         run.run(p.from, p.to);
         return 0;
     } catch (...) {
-        error("frame " + std::to_string(run.getFailedFrame()) + ": " +
-                  errorText(std::current_exception()),
-              kFailed);
+        failure = "frame " + std::to_string(run.getFailedFrame()) + ": " +
+                  errorText(std::current_exception());
     }
     const int direction = p.to >= p.from ? 1 : -1;
     int last = 0;
@@ -215,9 +216,9 @@ int track(TrTrackRun& run, const Prepared& p) {
             last = !any || (f - last) * direction > 0 ? f : last;
             any = true;
         }
-    if (any)
-        return error("results up to frame " + std::to_string(last) + " were written", kFailed);
-    return error("no frame was tracked", kFailed);
+    return error(failure + (any ? "; results up to frame " + std::to_string(last) + " were written"
+                                : "; no frame was tracked"),
+                 kFailed);
 }
 
 // Decoding overlaps tracking, so the parts do not add up to the whole: the
