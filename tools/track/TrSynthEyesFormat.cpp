@@ -1,6 +1,9 @@
 #include "tools/track/TrSynthEyesFormat.h"
 
 #include <algorithm>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
 std::vector<TrExportFile>
 TrSynthEyesWriter::render(const std::vector<TrTrackResult>& tracks) const {
@@ -33,6 +36,8 @@ std::vector<TrImportedTrack>
 parseSynthEyesTracks(const std::string& text, const std::string& source, const TrFrameSize& size) {
     TrFormatText::Lines lines(text, source);
     std::vector<TrImportedTrack> tracks;
+    // Lines of one tracker need not be together: each name finds its track.
+    std::unordered_map<std::string, size_t> byName;
     std::string line;
     while (lines.nextFilled(line)) {
         const std::vector<std::string> w = TrFormatText::words(line);
@@ -42,11 +47,10 @@ parseSynthEyesTracks(const std::string& text, const std::string& source, const T
         p.frame = lines.whole(w[1], "the frame");
         p.x = (lines.number(w[2], "u") + 1) * 0.5 * size.width;
         p.y = (1 - lines.number(w[3], "v")) * 0.5 * size.height;
-        auto t = std::find_if(tracks.begin(), tracks.end(),
-                              [&](const TrImportedTrack& k) { return k.name == w[0]; });
-        if (t == tracks.end())
-            t = tracks.insert(tracks.end(), TrImportedTrack{w[0], {}});
-        t->points.push_back(p);
+        const auto found = byName.emplace(w[0], tracks.size());
+        if (found.second)
+            tracks.push_back(TrImportedTrack{w[0], {}});
+        tracks[found.first->second].points.push_back(p);
     }
     return tracks;
 }
