@@ -46,7 +46,8 @@ install(FILES ${PROJECT_BINARY_DIR}/TavrixConfig.cmake
 
 # The .pc file finds the prefix from its own folder, so the tree can be
 # installed under any prefix (cmake --install --prefix).
-file(RELATIVE_PATH TAVRIX_PC_TO_PREFIX /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
+# Any absolute folder stands for the prefix here; only the way up counts.
+file(RELATIVE_PATH TAVRIX_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tavrix.pc.in ${PROJECT_BINARY_DIR}/tavrix.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavrix.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

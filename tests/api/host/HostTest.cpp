@@ -336,6 +336,54 @@ TEST(HostPlugin, ThousandInstancesTrackAndReleaseWithoutLeaking) {
 #endif
 }
 
+namespace {
+
+// One to three tracks placed up to 8 pixels past each edge, with pattern
+// and search sizes from under a pixel to larger than the frame, any
+// tolerance and behaviour, and random shape switches. Returns the count.
+int placeRandomTracks(TavrixAPI* api, int width, int height, std::mt19937& rng) {
+    std::uniform_real_distribution<double> unit(0, 1);
+    const int count = 1 + int(unit(rng) * 3);
+    for (int i = 0; i < count; ++i) {
+        api->addNewTrack((unit(rng) - 0.5) * (width + 16), (unit(rng) - 0.5) * (height + 16));
+        const double pattern = 0.5 + unit(rng) * 14, search = pattern + unit(rng) * 50 - 4;
+        api->setPatternRect(i, 0, pattern / 2, -pattern / 2, pattern, pattern);
+        api->setSearchRect(i, 0, search / 2, -search / 2, search, search);
+        api->setFailureTolerance(i, 0.3 + unit(rng) * 0.7);
+        api->setTrackFailureBehavior(i, int(unit(rng) * 6));
+    }
+    api->setUseScale(0, unit(rng) < 0.5);
+    api->setUseStretch(0, unit(rng) < 0.3);
+    api->setUseRotate(0, unit(rng) < 0.7);
+    return count;
+}
+
+// Every keyed value is finite and every keyed score within [-1, 1];
+// `keyed` counts the keyed frames.
+void checkKeyed(TavrixAPI* api, int count, int frames, int& keyed) {
+    for (int i = 0; i < count; ++i)
+        for (int f = 0; f < frames; ++f) {
+            if (!api->hasPositionKeyframe(i, float(f)))
+                continue;
+            ++keyed;
+            double v[7] = {NAN, NAN, NAN, NAN, NAN, NAN, NAN};
+            api->getPosition(i, float(f), &v[0], &v[1]);
+            api->getRotation(i, float(f), &v[2]);
+            api->getScale(i, float(f), &v[3], &v[4]);
+            api->getStretch(i, float(f), &v[5], &v[6]);
+            for (double x : v)
+                ASSERT_TRUE(std::isfinite(x)) << "track " << i << " frame " << f;
+            if (api->hasQualityKeyframe(i, float(f))) {
+                double score = NAN;
+                api->getScore(i, float(f), &score);
+                ASSERT_TRUE(std::isfinite(score));
+                ASSERT_LE(std::fabs(score), 1 + 4 * FLT_EPSILON) << score;
+            }
+        }
+}
+
+} // namespace
+
 // A thousand instances from a fixed seed, each with random tracks: places
 // on and off a small frame, pattern and search sizes from under a pixel to
 // larger than the frame, every failure behaviour, either direction. No
@@ -360,19 +408,7 @@ TEST(HostPlugin, ThousandRandomCyclesStaySane) {
         SCOPED_TRACE("instance " + std::to_string(n));
         TavrixAPI* api = plugin.create();
         api->setFrameSize(width, height);
-        const int count = 1 + int(unit(rng) * 3);
-        for (int i = 0; i < count; ++i) {
-            // Up to 8 pixels past each edge.
-            api->addNewTrack((unit(rng) - 0.5) * (width + 16), (unit(rng) - 0.5) * (height + 16));
-            const double pattern = 0.5 + unit(rng) * 14, search = pattern + unit(rng) * 50 - 4;
-            api->setPatternRect(i, 0, pattern / 2, -pattern / 2, pattern, pattern);
-            api->setSearchRect(i, 0, search / 2, -search / 2, search, search);
-            api->setFailureTolerance(i, 0.3 + unit(rng) * 0.7);
-            api->setTrackFailureBehavior(i, int(unit(rng) * 6));
-        }
-        api->setUseScale(0, unit(rng) < 0.5);
-        api->setUseStretch(0, unit(rng) < 0.3);
-        api->setUseRotate(0, unit(rng) < 0.7);
+        const int count = placeRandomTracks(api, width, height, rng);
         const bool forward = unit(rng) < 0.5;
         std::vector<bool> going(size_t(count), true);
         for (int k = 0; k < frames; ++k) {
@@ -394,25 +430,7 @@ TEST(HostPlugin, ThousandRandomCyclesStaySane) {
             }
         }
         api->end(float(forward ? frames - 1 : 0));
-        for (int i = 0; i < count; ++i)
-            for (int f = 0; f < frames; ++f) {
-                if (!api->hasPositionKeyframe(i, float(f)))
-                    continue;
-                ++keyed;
-                double v[7] = {NAN, NAN, NAN, NAN, NAN, NAN, NAN};
-                api->getPosition(i, float(f), &v[0], &v[1]);
-                api->getRotation(i, float(f), &v[2]);
-                api->getScale(i, float(f), &v[3], &v[4]);
-                api->getStretch(i, float(f), &v[5], &v[6]);
-                for (double x : v)
-                    ASSERT_TRUE(std::isfinite(x)) << "track " << i << " frame " << f;
-                if (api->hasQualityKeyframe(i, float(f))) {
-                    double score = NAN;
-                    api->getScore(i, float(f), &score);
-                    ASSERT_TRUE(std::isfinite(score));
-                    ASSERT_LE(std::fabs(score), 1 + 4 * FLT_EPSILON) << score;
-                }
-            }
+        checkKeyed(api, count, frames, keyed);
         plugin.release(api);
     }
     int thrown = 0;
