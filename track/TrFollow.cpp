@@ -131,6 +131,7 @@ void TrFollow::begin(int frame, int stepArg) {
     infos.clear();
     infos.resize(count);
     stopReasons.assign(size_t(count), nullptr);
+    stepStatus.assign(size_t(count), TrStepStatus::Lost);
     searchCache.clear();
     setup();
 }
@@ -183,6 +184,8 @@ Image TrFollow::reduce(const Image& img, const dstring& mode) {
 bool TrFollow::track(int i, int frame, int direction) {
     TrTrackInfo& info = infos[i];
     stopReasons[size_t(i)] = nullptr;
+    // Lost until the step gets through: a throw leaves it so.
+    stepStatus[size_t(i)] = TrStepStatus::Lost;
     direction = direction < 0 ? -1 : 1;
     // A cancelled pass does no further work, whichever track comes next.
     if (feedback && feedback->isCancelled())
@@ -202,7 +205,12 @@ bool TrFollow::track(int i, int frame, int direction) {
     if (lagRefine && verdict.matched && std::abs(frame - info.patternFrame) >= 2 &&
         !refineLagged(i, info, direction))
         return stopBecause(i, "the lagged refinement failed, as on flat or non-finite pixels");
-    return reportStep(i, frame);
+    stepStatus[size_t(i)] = verdict.matched ? TrStepStatus::Tracked : TrStepStatus::Coasted;
+    if (!reportStep(i, frame)) {
+        stepStatus[size_t(i)] = TrStepStatus::Lost;
+        return false;
+    }
+    return true;
 }
 
 bool TrFollow::stopBecause(int i, const char* why) {

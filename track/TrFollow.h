@@ -15,6 +15,17 @@ class AffineProblem;
 class Reducer;
 class TrFeedback;
 
+/// What the last step of a track did with its frame.
+enum class TrStepStatus {
+    /// The match reached the tolerance: the frame holds a measured position.
+    Tracked,
+    /// The match failed and the failure behaviour carried the track on: the
+    /// frame holds a predicted (or low-scoring) position, keyed or not.
+    Coasted,
+    /// The track stopped at this frame (`track` returned false).
+    Lost,
+};
+
 /// The tracking driver: follows every track of a shot from frame to frame.
 ///
 /// A pass is `begin(frame, step)`, then `track(i, frame, direction)` once per
@@ -66,6 +77,9 @@ public:
     /// tolerance", …); null when it returned true or threw. Stopping is
     /// unchanged by it: a caller that reports lost tracks reads it.
     const char* getStopReason(int i) const { return stopReasons[size_t(i)]; }
+    /// What the last `track(i, …)` did with its frame; `Lost` when it
+    /// returned false or threw, and before the first step of a pass.
+    TrStepStatus getStepStatus(int i) const { return stepStatus[size_t(i)]; }
 
     /// A new reducer for colour mode `mode`, set up on `pattern` where the
     /// mode needs it ("hue"); the caller owns it. Modes: "red", "green",
@@ -79,6 +93,12 @@ public:
     /// bright, low-contrast footage. Off by default.
     void setPreciseSums(bool on) { preciseSums = on; }
     bool getPreciseSums() const { return preciseSums; }
+
+    /// The robust mode: the options beyond the designed driver that hold
+    /// tracks through blur, occlusion and deforming content, taken together.
+    /// Off by default, which keeps the designed behaviour exactly.
+    void setRobust(bool on) { robust = on; }
+    bool getRobust() const { return robust; }
 
     int getBeginFrame() const { return beginFrame; }
     int getFirstFrame() const { return firstFrame; }
@@ -132,9 +152,12 @@ private:
     std::map<int, Orvane::Image> searchCache;
     /// One per record, set where `track` returns false.
     std::vector<const char*> stopReasons;
+    /// One per record, set by every `track`.
+    std::vector<TrStepStatus> stepStatus;
     float rangeStart = 0;
     float rangeEnd = 0;
     bool useAffine = true;
     bool lagRefine = true;
     bool preciseSums = false;
+    bool robust = false;
 };

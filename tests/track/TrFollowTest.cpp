@@ -455,4 +455,33 @@ TEST(TrFollowEndToEnd, AStoppedTrackCarriesItsReason) {
     EXPECT_STREQ("its pattern lies outside the frame", s.follow.getStopReason(0));
 }
 
+// Every step says what it did with its frame: a good match is tracked, a
+// failed one that the behaviour carries on is coasted, the last is lost.
+TEST(TrFollowEndToEnd, EachStepReportsTrackedCoastedOrLost) {
+    SaddleShot good;
+    good.add(1);
+    good.follow.begin(1, 1);
+    EXPECT_EQ(TrStepStatus::Lost, good.follow.getStepStatus(0));
+    for (int f = 1; f <= 10; ++f) {
+        EXPECT_TRUE(good.follow.track(0, f, 1));
+        EXPECT_EQ(TrStepStatus::Tracked, good.follow.getStepStatus(0)) << f;
+    }
+    // The tolerance is the shot's: a second shot fails every match.
+    SaddleShot failing;
+    failing.add(1);
+    failing.shot.setFailureTolerance(0, 1.5);
+    failing.shot.setFailureBehavior(0, "predictAndKey");
+    failing.follow.begin(1, 1);
+    std::vector<TrStepStatus> seen;
+    for (int f = 1; f <= 10 && (seen.empty() || seen.back() != TrStepStatus::Lost); ++f) {
+        failing.follow.track(0, f, 1);
+        seen.push_back(failing.follow.getStepStatus(0));
+    }
+    // Keyed predictions are still coasted: keying says nothing of the match.
+    // As the behaviour test has it, the sixth failure in a row stops the track.
+    std::vector<TrStepStatus> expected(5, TrStepStatus::Coasted);
+    expected.push_back(TrStepStatus::Lost);
+    EXPECT_EQ(expected, seen);
+}
+
 } // namespace
