@@ -294,7 +294,7 @@ void checkInput(const Parsing& p) {
 std::vector<TrTrackSpec> readTracks(Parsing& p, const std::string& file, int firstNumber) {
     if (endsWith(file, ".json"))
         return readTrackFile(file, firstNumber);
-    const std::string text = TrFormatTable::readText(file);
+    const std::string text = readTrackText(file);
     const TrTrackFormat* format = TrFormatTable::forImport(file, text);
     if (!format)
         return parseTrackFile(text, file, firstNumber);
@@ -468,7 +468,7 @@ TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
 
 void TrCommandOptions::placeImportedTracks(const TrFrameSize& size) {
     for (const Import& i : imports) {
-        const std::string text = TrFormatTable::readText(i.path);
+        const std::string text = readTrackText(i.path);
         const TrTrackFormat* format = TrFormatTable::forImport(i.path, text);
         if (!format)
             fail(i.path + ": changed while being read");

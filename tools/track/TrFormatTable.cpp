@@ -8,11 +8,6 @@
 #include "tools/track/TrPFTrackFormat.h"
 #include "tools/track/TrSynthEyesFormat.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <sstream>
-
 namespace {
 
 template <class Writer> std::unique_ptr<TrExportWriter> make(const TrExportSetup& setup) {
@@ -112,17 +107,6 @@ const TrTrackFormat* forImport(const std::string& path, const std::string& text)
             return f;
     throw IllegalArgumentException(
         dstring(path + ": not a track file of a known format (.json, " + names() + ")"));
-}
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        throw IllegalArgumentException(dstring(path + ": " + std::strerror(errno)));
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad())
-        throw IllegalArgumentException(dstring(path + ": cannot be read"));
-    return text.str();
 }
 
 std::vector<TrTrackSpec> startsOf(const std::vector<TrImportedTrack>& tracks,

@@ -46,9 +46,6 @@ const TrTrackFormat& forExport(const std::string& name, const std::string& path)
 /// "<path>: …" when none fits.
 const TrTrackFormat* forImport(const std::string& path, const std::string& text);
 
-/// The whole file, or IllegalArgumentException "<path>: <reason>".
-std::string readText(const std::string& path);
-
 /// One track to place per imported track: its name and its position at
 /// `frame` when `atFrame`, else at its first point; sizes and colour mode
 /// are left to the command's defaults. A track without that position is an

@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -127,13 +126,25 @@ std::vector<TrTrackSpec> parseTrackFile(const std::string& text, const std::stri
     return specs;
 }
 
-std::vector<TrTrackSpec> readTrackFile(const std::string& path, int firstNumber) {
+std::string readTrackText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in)
         throw IllegalArgumentException(dstring(path + ": " + std::strerror(errno)));
-    std::ostringstream text;
-    text << in.rdbuf();
+    // Read in blocks against the limit, since the size of a pipe or a device
+    // is not known before the end.
+    std::string text;
+    char block[1 << 16];
+    while (in.read(block, sizeof block) || in.gcount() > 0) {
+        text.append(block, size_t(in.gcount()));
+        if (text.size() > trackTextLimit)
+            throw IllegalArgumentException(
+                dstring(path + ": larger than 256 MiB, too large for a track file"));
+    }
     if (in.bad())
         throw IllegalArgumentException(dstring(path + ": cannot be read"));
-    return parseTrackFile(text.str(), path, firstNumber);
+    return text;
+}
+
+std::vector<TrTrackSpec> readTrackFile(const std::string& path, int firstNumber) {
+    return parseTrackFile(readTrackText(path), path, firstNumber);
 }

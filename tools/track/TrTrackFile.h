@@ -37,6 +37,15 @@ std::string colorModeList();
 /// (or "<path>: <reason>" when the file cannot be read).
 std::vector<TrTrackSpec> readTrackFile(const std::string& path, int firstNumber = 1);
 
+/// Track files of any format are read whole, up to this size: past it a
+/// file is not one (a device such as /dev/zero would never end).
+constexpr std::size_t trackTextLimit = std::size_t(256) << 20;
+
+/// The whole file at `path`, or IllegalArgumentException "<path>: <reason>"
+/// when it cannot be opened or read, or "<path>: larger than 256 MiB, too
+/// large for a track file".
+std::string readTrackText(const std::string& path);
+
 /// As readTrackFile, from text already read; `source` prefixes the messages.
 std::vector<TrTrackSpec> parseTrackFile(const std::string& text, const std::string& source,
                                         int firstNumber = 1);

@@ -59,3 +59,15 @@ TEST(TrTrackFile, SchemaErrorsNameFileLineAndColumn) {
         expectThrows<IllegalArgumentException>([&] { parseTrackFile(c.text, "t.json"); },
                                                c.message);
 }
+
+// A file is read whole, so whatever is not a regular file of sensible size
+// ends with one line rather than a read that never ends.
+TEST(TrTrackFile, ReadingStopsAtTheLimitAndNamesWhatCannotBeRead) {
+    expectThrows<IllegalArgumentException>(
+        [] { readTrackText("/dev/zero"); },
+        "/dev/zero: larger than 256 MiB, too large for a track file");
+    expectThrows<IllegalArgumentException>([] { readTrackFile("/nonexistent/t.json"); },
+                                           "/nonexistent/t.json: No such file or directory");
+    expectThrows<IllegalArgumentException>([] { readTrackFile("/"); }, "/: cannot be read");
+    EXPECT_EQ("", readTrackText("/dev/null"));
+}
