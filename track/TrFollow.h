@@ -5,6 +5,7 @@
 #include "base/dstring.h"
 #include "image/GenRect.h"
 #include "image/Image.h"
+#include "image/XformBicubic.h"
 #include "track/TrShot.h"
 #include "track/TrTrackInfo.h"
 
@@ -100,6 +101,13 @@ public:
     void setRobust(bool on) { robust = on; }
     bool getRobust() const { return robust; }
 
+    /// How the affine refinements sample the search image in their
+    /// full-size solves (AffineProblem::setInterpolation). Bilinear by
+    /// default; Bicubic lessens the pull towards whole pixels and costs more
+    /// per refinement.
+    void setRefineInterpolation(Orvane::Interpolation how) { refineInterpolation = how; }
+    Orvane::Interpolation getRefineInterpolation() const { return refineInterpolation; }
+
     int getBeginFrame() const { return beginFrame; }
     int getFirstFrame() const { return firstFrame; }
     int getStep() const { return step; }
@@ -160,4 +168,5 @@ private:
     bool lagRefine = true;
     bool preciseSums = false;
     bool robust = false;
+    Orvane::Interpolation refineInterpolation = Orvane::Interpolation::Bilinear;
 };
