@@ -5,6 +5,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -117,19 +118,18 @@ template <class S, class K> struct CubicWarp {
                                                                srcStride);
             }
             for (int k = 0; k < nc; ++k) {
-                auto value = wy[0] * tapRow(rows[0], col, k, wx);
-                for (int j = 1; j < 4; ++j)
-                    value += wy[j] * tapRow(rows[j], col, k, wx);
-                out[k] = static_cast<float>(value);
+                // Down each column of taps, then across in pairs: the order
+                // the vector loop's horizontal adds give.
+                decltype(wy[0] * rows[0][0]) down[4];
+                for (int i = 0; i < 4; ++i) {
+                    down[i] = wy[0] * rows[0][col[i] + k];
+                    for (int j = 1; j < 4; ++j)
+                        down[i] += wy[j] * rows[j][col[i] + k];
+                }
+                out[k] = static_cast<float>((wx[0] * down[0] + wx[1] * down[1]) +
+                                            (wx[2] * down[2] + wx[3] * down[3]));
             }
         }
-    }
-
-    static auto tapRow(const S* row, const int64_t (&col)[4], int k, const float (&wx)[4]) {
-        auto sum = wx[0] * row[col[0] + k];
-        for (int i = 1; i < 4; ++i)
-            sum += wx[i] * row[col[i] + k];
-        return sum;
     }
 };
 
@@ -207,6 +207,71 @@ TAVRIX_AVX2 inline void taps8(__m256i i, int last, int step, __m256i (&tap)[4]) 
     }
 }
 
+// Lanes whose four taps along an axis all lie inside 0 .. last.
+TAVRIX_AVX2 inline __m256i inner8(__m256i i, int last) {
+    return _mm256_and_si256(_mm256_cmpgt_epi32(i, _mm256_setzero_si256()),
+                            _mm256_cmpgt_epi32(_mm256_set1_epi32(last - 1), i));
+}
+
+// value = (wx0 s0 + wx1 s1) + (wx2 s2 + wx3 s3), with s_i the column sums
+// down the four rows, for eight pixels whose taps may repeat the edge.
+TAVRIX_AVX2 inline __m256 gatheredBlock(const float* base, int rowFloats, int64_t lastCol,
+                                        int64_t lastRow, __m256i ix, __m256i iy,
+                                        const __m256 (&wx)[4], const __m256 (&wy)[4]) {
+    __m256i col[4], row[4];
+    taps8(ix, int(lastCol), 1, col);
+    taps8(iy, int(lastRow), rowFloats, row);
+    __m256 down[4];
+    for (int i = 0; i < 4; ++i) {
+        down[i] = mul(wy[0], _mm256_i32gather_ps(base, _mm256_add_epi32(row[0], col[i]), 4));
+        for (int j = 1; j < 4; ++j)
+            down[i] =
+                add(down[i],
+                    mul(wy[j], _mm256_i32gather_ps(base, _mm256_add_epi32(row[j], col[i]), 4)));
+    }
+    return add(add(mul(wx[0], down[0]), mul(wx[1], down[1])),
+               add(mul(wx[2], down[2]), mul(wx[3], down[3])));
+}
+
+// The same for eight pixels whose 4 x 4 taps lie inside the source: each
+// tap row is four floats in a row, so one load takes it where the gathers
+// took one float a lane. The weights are turned to four per pixel first.
+TAVRIX_AVX2 inline __m256 loadedBlock(const float* base, int rowFloats, __m256i ix, __m256i iy,
+                                      const __m256 (&wx)[4], const __m256 (&wy)[4]) {
+    alignas(32) int first[8];
+    const __m256i corner =
+        _mm256_add_epi32(_mm256_mullo_epi32(_mm256_sub_epi32(iy, _mm256_set1_epi32(1)),
+                                            _mm256_set1_epi32(rowFloats)),
+                         _mm256_sub_epi32(ix, _mm256_set1_epi32(1)));
+    _mm256_store_si256(reinterpret_cast<__m256i*>(first), corner);
+    __m128 result[2];
+    for (int half = 0; half < 2; ++half) {
+        __m128 x[4], y[4];
+        for (int i = 0; i < 4; ++i) {
+            x[i] = half ? _mm256_extractf128_ps(wx[i], 1) : _mm256_castps256_ps128(wx[i]);
+            y[i] = half ? _mm256_extractf128_ps(wy[i], 1) : _mm256_castps256_ps128(wy[i]);
+        }
+        _MM_TRANSPOSE4_PS(x[0], x[1], x[2], x[3]);
+        _MM_TRANSPOSE4_PS(y[0], y[1], y[2], y[3]);
+        __m128 product[4];
+        for (int p = 0; p < 4; ++p) {
+            const float* t = base + first[4 * half + p];
+            const __m128 v = y[p];
+            __m128 down = _mm_mul_ps(_mm_shuffle_ps(v, v, 0x00), _mm_loadu_ps(t));
+            down = _mm_add_ps(down,
+                              _mm_mul_ps(_mm_shuffle_ps(v, v, 0x55), _mm_loadu_ps(t + rowFloats)));
+            down = _mm_add_ps(
+                down, _mm_mul_ps(_mm_shuffle_ps(v, v, 0xaa), _mm_loadu_ps(t + 2 * rowFloats)));
+            down = _mm_add_ps(
+                down, _mm_mul_ps(_mm_shuffle_ps(v, v, 0xff), _mm_loadu_ps(t + 3 * rowFloats)));
+            product[p] = _mm_mul_ps(x[p], down);
+        }
+        result[half] =
+            _mm_hadd_ps(_mm_hadd_ps(product[0], product[1]), _mm_hadd_ps(product[2], product[3]));
+    }
+    return _mm256_set_m128(result[1], result[0]);
+}
+
 // Eight pixels a step, each lane doing the plain loop's float operations in
 // the same order, so every sample comes out the same to the bit. A block
 // with a position beyond ±1e9 (or NaN) goes through the plain loop.
@@ -248,21 +313,13 @@ TAVRIX_AVX2 void cubicRowAvx2(const CubicWarp<float, K>& w, int y, int x0, int x
         __m256 wx[4], wy[4];
         weights8(K(), fx, wx);
         weights8(K(), fy, wy);
-        __m256i col[4], row[4];
-        taps8(ix, int(w.lastCol), 1, col);
-        taps8(iy, int(w.lastRow), rowFloats, row);
-        __m256 value = _mm256_setzero_ps();
-        for (int j = 0; j < 4; ++j) {
-            __m256 sum = _mm256_mul_ps(
-                wx[0], _mm256_i32gather_ps(base, _mm256_add_epi32(row[j], col[0]), 4));
-            for (int i = 1; i < 4; ++i)
-                sum = _mm256_add_ps(
-                    sum, _mm256_mul_ps(wx[i], _mm256_i32gather_ps(
-                                                  base, _mm256_add_epi32(row[j], col[i]), 4)));
-            value = j == 0 ? _mm256_mul_ps(wy[0], sum)
-                           : _mm256_add_ps(value, _mm256_mul_ps(wy[j], sum));
-        }
-        _mm256_storeu_ps(out, value);
+        const __m256i interior =
+            _mm256_and_si256(inner8(ix, int(w.lastCol)), inner8(iy, int(w.lastRow)));
+        if (_mm256_movemask_epi8(interior) == -1)
+            _mm256_storeu_ps(out, loadedBlock(base, rowFloats, ix, iy, wx, wy));
+        else
+            _mm256_storeu_ps(out,
+                             gatheredBlock(base, rowFloats, w.lastCol, w.lastRow, ix, iy, wx, wy));
     }
 }
 
@@ -301,17 +358,35 @@ void thomasFactors(int n, std::vector<float>& factor) {
     }
 }
 
-// One row's samples (nc interleaved channels) fitted along x into out.
+// The fit along x, into `out`. The recursion carries from pixel to pixel,
+// so a row alone waits on every step; eight rows side by side keep the
+// arithmetic busy.
 template <class S>
-void fitRow(const S* in, float* out, int w, int nc, const std::vector<float>& factor) {
-    for (int k = 0; k < nc; ++k) {
-        float carried = 0;
-        for (int i = 0; i < w; ++i) {
-            carried = (6.0f * static_cast<float>(in[i * nc + k]) - carried) * factor[size_t(i)];
-            out[i * nc + k] = carried;
+void fitRows(const unsigned char* in, int64_t inStride, unsigned char* out, int64_t outStride,
+             int w, int h, int nc, const std::vector<float>& factor) {
+    constexpr int kBlock = 8;
+    for (int y0 = 0; y0 < h; y0 += kBlock) {
+        const int rows = std::min(kBlock, h - y0);
+        const S* src[kBlock];
+        float* dst[kBlock];
+        for (int r = 0; r < rows; ++r) {
+            src[r] = reinterpret_cast<const S*>(in + (y0 + r) * inStride);
+            dst[r] = reinterpret_cast<float*>(out + (y0 + r) * outStride);
         }
-        for (int i = w - 2; i >= 0; --i)
-            out[i * nc + k] -= factor[size_t(i)] * out[(i + 1) * nc + k];
+        for (int i = 0, j = 0; i < w; ++i) {
+            const float f = factor[size_t(i)];
+            for (int k = 0; k < nc; ++k, ++j)
+                for (int r = 0; r < rows; ++r)
+                    dst[r][j] =
+                        (6.0f * static_cast<float>(src[r][j]) - (i > 0 ? dst[r][j - nc] : 0.0f)) *
+                        f;
+        }
+        for (int i = w - 2, j = (w - 1) * nc - 1; i >= 0; --i) {
+            const float f = factor[size_t(i)];
+            for (int k = 0; k < nc; ++k, --j)
+                for (int r = 0; r < rows; ++r)
+                    dst[r][j] -= f * dst[r][j + nc];
+        }
     }
 }
 
@@ -418,10 +493,8 @@ const Image& BSplineCoefficients::fit(const Image& src) {
     switchDatatype(f.getDatatype(), "src datatype unknown", [&](auto s) {
         using S = typename decltype(s)::type;
         if constexpr (std::is_floating_point<S>::value) {
-            const auto* in = static_cast<const unsigned char*>(src.getBuffer());
-            for (int y = 0; y < b.h; ++y)
-                fitRow(reinterpret_cast<const S*>(in + y * int64_t(src.getStride())),
-                       reinterpret_cast<float*>(out + y * outStride), b.w, nc, rowFactors);
+            fitRows<S>(static_cast<const unsigned char*>(src.getBuffer()), src.getStride(), out,
+                       outStride, b.w, b.h, nc, rowFactors);
         } else {
             throw IllegalArgumentException(kBSplineOnly);
         }

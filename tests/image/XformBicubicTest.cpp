@@ -208,8 +208,13 @@ TEST(XformBicubic, VectorRowsMatchTheSamplesOfSinglePixelWarpsBitForBit) {
     std::mt19937 rng(3);
     std::uniform_real_distribution<float> linear(-1.3f, 1.3f), shift(-20, 20);
     for (int trial = 0; trial < 8; ++trial) {
-        const float m[6] = {linear(rng), linear(rng), shift(rng),
-                            linear(rng), linear(rng), shift(rng)};
+        float m[6] = {linear(rng), linear(rng), shift(rng), linear(rng), linear(rng), shift(rng)};
+        if (trial < 2) {
+            // Shrunk into the source, so that most blocks have all their
+            // taps inside it and take the loads rather than the gathers.
+            const float inside[6] = {0.3f, 0.05f, 2.1f, -0.04f, 0.35f, 1.3f};
+            std::copy(inside, inside + 6, m);
+        }
         const bool spline = trial % 2 == 1;
         Image dst = floatImage(db);
         warp<float>(spline, src, dst, m);
