@@ -103,8 +103,9 @@ public:
 
     /// How the affine refinements sample the search image in their
     /// full-size solves (AffineProblem::setInterpolation). Bilinear by
-    /// default; Bicubic lessens the pull towards whole pixels and costs more
-    /// per refinement.
+    /// default. BSpline lessens the pull of the refined position towards
+    /// whole pixels several times over; the shape solve then tends to take
+    /// more iterations, so a step costs more.
     void setRefineInterpolation(Orvane::Interpolation how) { refineInterpolation = how; }
     Orvane::Interpolation getRefineInterpolation() const { return refineInterpolation; }
 
