@@ -362,9 +362,12 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info) {
     info.transform.ty = 0;
 
     // Translation alone at full resolution first, so that the shape is
-    // solved from a centred start.
+    // solved from a centred start. Both solves sample bilinearly whatever
+    // the setting: the lagged solve re-solves the position it keys, and a
+    // spline here made the shape solve take longer without improving that.
+    const Orvane::Interpolation bilinear = Orvane::Interpolation::Bilinear;
     AffineProblem& shift = kept(info.shiftProblem);
-    pose(shift, info, info.position, info.transform, refineInterpolation);
+    pose(shift, info, info.position, info.transform, bilinear);
     shift.setUseTranslation(true);
     shift.setUseRotation(false);
     shift.setUseScale(false);
@@ -373,7 +376,7 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info) {
     shift.execute();
 
     AffineProblem& shape = kept(info.shapeProblem);
-    pose(shape, info, info.position, shift.getXform(), refineInterpolation);
+    pose(shape, info, info.position, shift.getXform(), bilinear);
     shape.setUseTranslation(true);
     shape.setCoarseToFine(true);
     shape.setUseRotation(checkedShot()->getUseRotate(i));

@@ -101,11 +101,13 @@ public:
     void setRobust(bool on) { robust = on; }
     bool getRobust() const { return robust; }
 
-    /// How the affine refinements sample the search image in their
-    /// full-size solves (AffineProblem::setInterpolation). Bilinear by
-    /// default. BSpline lessens the pull of the refined position towards
-    /// whole pixels several times over; the shape solve then tends to take
-    /// more iterations, so a step costs more.
+    /// How the lagged refinement, which gives the position keyed last,
+    /// samples the search image in its full-size solve
+    /// (AffineProblem::setInterpolation). Bilinear by default. BSpline
+    /// lessens the pull of that position towards whole pixels several times
+    /// over for about a tenth more time a step. The step's own solves stay
+    /// bilinear, and so do the last two frames of a pass, which no lagged
+    /// solve reaches.
     void setRefineInterpolation(Orvane::Interpolation how) { refineInterpolation = how; }
     Orvane::Interpolation getRefineInterpolation() const { return refineInterpolation; }
 
