@@ -106,11 +106,12 @@ public:
     bool getCoarseToFine() const { return coarseToFine; }
 
     /// How the warps of the full-size solve sample the search image.
-    /// Bilinear, the default, pulls the solution towards whole pixels on
-    /// fine texture. BSpline lessens that pull several times over; it fits
-    /// the search image once per `execute` (or when setX meets a new search
-    /// image) and costs more per warp. Bicubic is sharper than bilinear but
-    /// pulls as much. The half-size solves that give the start stay bilinear.
+    /// Bilinear, the default, shifts the solution on fine texture by an error
+    /// that follows the sub-pixel phase. BSpline lessens that error several
+    /// times over; it fits the search image once per `execute` (or when setX
+    /// meets a new search image) and costs more per warp. Bicubic is sharper
+    /// than bilinear but errs as much. The half-size solves that give the
+    /// start stay bilinear.
     void setInterpolation(Orvane::Interpolation how) { interpolation = how; }
     Orvane::Interpolation getInterpolation() const { return interpolation; }
 

@@ -104,8 +104,8 @@ public:
     /// How the lagged refinement, which gives the position keyed last,
     /// samples the search image in its full-size solve
     /// (AffineProblem::setInterpolation). Bilinear by default. BSpline
-    /// lessens the pull of that position towards whole pixels several times
-    /// over, at the price of a fit of the search image and dearer warps in
+    /// lessens that position's error, which follows the sub-pixel phase,
+    /// several times over, at the price of a fit of the search image and dearer warps in
     /// that one solve (8 to 16 % more CPU time a step, measured on a busy
     /// machine). The step's own solves stay bilinear, and so do the last two
     /// frames of a pass, which no lagged solve reaches.
