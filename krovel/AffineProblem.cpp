@@ -5,6 +5,7 @@
 #include "image/Format.h"
 #include "image/ImageRows.h"
 #include "image/Xform.h"
+#include "image/XformBicubic.h"
 #include "image/XformBilinear.h"
 #include "krovel/AffineWarp.h"
 #include "krovel/KrLMSolver.h"
@@ -198,7 +199,17 @@ void AffineProblem::project(const KrGenVector<float>& v, Orvane::Image& src,
     KrGenMatrix<float> m(elements, 2, 3, KrGenMatrix<float>::RowMajor);
     getMatrix(v, m);
     // The second point is the centre, the first the anchor.
-    Orvane::xform_bilinear<float>(src, dst, m, centre, anchor);
+    if (interpolation == Orvane::Interpolation::Bilinear) {
+        Orvane::xform_bilinear<float>(src, dst, m, centre, anchor);
+        return;
+    }
+    float full[6];
+    Orvane::centredMatrix(m, centre, anchor, full);
+    const KrGenMatrix<float> composed(full, 2, 3, KrGenMatrix<float>::RowMajor);
+    if (interpolation == Orvane::Interpolation::Bicubic)
+        Orvane::xform_bicubic(src, dst, composed);
+    else
+        Orvane::xform_bspline(src, dst, composed);
 }
 
 void AffineProblem::projectNormalised(const KrGenVector<float>& v, float* out, int count) const {
@@ -210,10 +221,24 @@ void AffineProblem::projectNormalised(const KrGenVector<float>& v, float* out, i
     Orvane::centredMatrix(m, centre, anchor, full);
     const Orvane::GenRect<int>& pb = pattern.getBounds();
     const int nc = search.getFormat().getNumChannels();
-    Orvane::_bilinearRows<float>(static_cast<const unsigned char*>(search.getBuffer()),
-                                 search.getBounds(), search.getStride(), nc, pb,
-                                 reinterpret_cast<unsigned char*>(out),
-                                 int64_t(pb.w) * nc * int64_t(sizeof(float)), full);
+    // The spline samples its coefficients, fitted to the search image in setX.
+    const Orvane::Image& from =
+        interpolation == Orvane::Interpolation::BSpline ? fitted.get() : search;
+    const auto* src = static_cast<const unsigned char*>(from.getBuffer());
+    auto* dst = reinterpret_cast<unsigned char*>(out);
+    const int64_t dstStride = int64_t(pb.w) * nc * int64_t(sizeof(float));
+    const Orvane::GenRect<int>& sb = from.getBounds();
+    switch (interpolation) {
+    case Orvane::Interpolation::Bilinear:
+        Orvane::_bilinearRows<float>(src, sb, from.getStride(), nc, pb, dst, dstStride, full);
+        break;
+    case Orvane::Interpolation::Bicubic:
+        Orvane::_bicubicRows<float>(src, sb, from.getStride(), nc, pb, dst, dstStride, full);
+        break;
+    case Orvane::Interpolation::BSpline:
+        Orvane::_bsplineRows(src, sb, from.getStride(), nc, pb, dst, dstStride, full);
+        break;
+    }
     KrGenVector<float> pixels(out, count, false);
     unbias(pixels);
 }
@@ -226,6 +251,10 @@ void AffineProblem::setX(const KrGenVector<float>& v) {
     projected.allocate(pattern.getBounds(), search.getFormat());
     const Orvane::GenRect<int>& b = projected.getBounds();
     if (warpsDirectly(search) && b.w > 0 && b.h > 0) {
+        if (interpolation == Orvane::Interpolation::BSpline && fittedTo != search) {
+            fitted.fit(search);
+            fittedTo = search;
+        }
         float* pixels;
         projected.getBuffer(pixels);
         projectNormalised(x, pixels, search.getFormat().getNumChannels() * b.w * b.h);
@@ -302,6 +331,8 @@ void AffineProblem::execute() {
     const Orvane::GenRect<int> bounds = pattern.getBounds();
     iterations = 0;
     halfIterations = 0;
+    // The search pixels may have changed under the same store.
+    fittedTo = Orvane::Image();
     if (coarseToFine && bounds.w * bounds.h >= kCoarsePixels)
         solveHalfSize();
 

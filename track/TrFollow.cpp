@@ -346,7 +346,8 @@ AffineProblem& kept(std::unique_ptr<AffineProblem>& problem) {
 
 // The inputs every solve of a step shares.
 void pose(AffineProblem& problem, const TrTrackInfo& info, const GenPoint<float>& centre,
-          const AffineTransform& start) {
+          const AffineTransform& start, Orvane::Interpolation how) {
+    problem.setInterpolation(how);
     problem.setPattern(info.pattern);
     problem.setSearch(info.searchRaw);
     problem.setAnchor(info.origin);
@@ -361,9 +362,12 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info) {
     info.transform.ty = 0;
 
     // Translation alone at full resolution first, so that the shape is
-    // solved from a centred start.
+    // solved from a centred start. Both solves sample bilinearly whatever
+    // the setting: the lagged solve re-solves the position it keys, and a
+    // spline here made the shape solve take longer without improving that.
+    const Orvane::Interpolation bilinear = Orvane::Interpolation::Bilinear;
     AffineProblem& shift = kept(info.shiftProblem);
-    pose(shift, info, info.position, info.transform);
+    pose(shift, info, info.position, info.transform, bilinear);
     shift.setUseTranslation(true);
     shift.setUseRotation(false);
     shift.setUseScale(false);
@@ -372,7 +376,7 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info) {
     shift.execute();
 
     AffineProblem& shape = kept(info.shapeProblem);
-    pose(shape, info, info.position, shift.getXform());
+    pose(shape, info, info.position, shift.getXform(), bilinear);
     shape.setUseTranslation(true);
     shape.setCoarseToFine(true);
     shape.setUseRotation(checkedShot()->getUseRotate(i));
@@ -464,7 +468,8 @@ bool TrFollow::refineLagged(int i, TrTrackInfo& info, int direction) {
         // those two switches.
         AffineProblem& problem = kept(info.shiftProblem);
         try {
-            pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average);
+            pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average,
+                 refineInterpolation);
             problem.setUseTranslation(true);
             problem.setCoarseToFine(true);
             problem.setUseRotation(false);
