@@ -13,6 +13,7 @@
 #include "track/TrFeedback.h"
 #include "track/TrModes.h"
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -95,6 +96,13 @@ void predictShape(TrStepState& s) {
 TrFollow::TrFollow() = default;
 
 TrFollow::~TrFollow() = default;
+
+void TrFollow::setRobust(bool on) {
+    robust = on;
+    guardedLag = on;
+    coastFrames = on ? kRobustCoast : 0;
+    motionSpreads = on ? kRobustSpreads : 0;
+}
 
 void TrFollow::setShot(TrShot* s) {
     shot = s;
@@ -183,6 +191,10 @@ Image TrFollow::reduce(const Image& img, const dstring& mode) {
 // Each step reads as its stages; only the attempts repeat.
 bool TrFollow::track(int i, int frame, int direction) {
     TrTrackInfo& info = infos[i];
+    if (motion.size() != size_t(infos.getCount()))
+        motion.assign(size_t(infos.getCount()), TrMotionCheck());
+    if (frame == beginFrame)
+        motion[size_t(i)].reset();
     stopReasons[size_t(i)] = nullptr;
     // Lost until the step gets through: a throw leaves it so.
     stepStatus[size_t(i)] = TrStepStatus::Lost;
@@ -202,9 +214,13 @@ bool TrFollow::track(int i, int frame, int direction) {
         key(i, frame, info);
     if (useAffine)
         predictShape(info);
-    if (lagRefine && verdict.matched && std::abs(frame - info.patternFrame) >= 2 &&
-        !refineLagged(i, info, direction))
+    if (lagRefine && guardedLag) {
+        if (verdict.matched)
+            refineGuarded(i, frame, info, direction);
+    } else if (lagRefine && verdict.matched && std::abs(frame - info.patternFrame) >= 2 &&
+               !refineLagged(i, info, direction)) {
         return stopBecause(i, "the lagged refinement failed, as on flat or non-finite pixels");
+    }
     stepStatus[size_t(i)] = verdict.matched ? TrStepStatus::Tracked : TrStepStatus::Coasted;
     if (!reportStep(i, frame)) {
         stepStatus[size_t(i)] = TrStepStatus::Lost;
@@ -260,19 +276,49 @@ TrFollow::Verdict TrFollow::matchWithRetries(int i, int frame, TrTrackInfo& info
     const TrModeName<TrBehavior>* row = TrModes::findBehavior(behaviorName.data());
     const bool retries = row != nullptr && row->mode == TrBehavior::Default;
     const int maxAttempts = retries ? 3 : 1;
+    const bool coasts =
+        coastFrames > 0 && row != nullptr &&
+        (retries || row->mode == TrBehavior::Predict || row->mode == TrBehavior::PredictAndKey);
+    // The longer a track coasts, the farther its prediction may be off; at
+    // twice the area the fetch is already four times the step's.
+    const double reach = coasts ? std::min(2.0, 1 + 0.25 * info.failCount) : 1;
     const TrStepState saved = info.state();
     Verdict verdict;
     for (int attempt = 0; attempt < maxAttempts; ++attempt) {
         info.state() = saved;
         predict(info);
-        if (!fetchAndWarp(i, frame, 1 + 0.1 * attempt, info) || !matchAndRefine(i, info))
+        if (!fetchAndWarp(i, frame, reach * (1 + 0.1 * attempt), info))
+            return Verdict::stopTrack();
+        const bool refined = matchAndRefine(i, info);
+        if (!refined && !coasts)
             return Verdict::stopTrack();
         smoothVelocity(info);
-        verdict = judge(i, frame, behaviorName, info);
+        if (refined) {
+            verdict = judge(i, frame, behaviorName, info);
+        } else {
+            // Flat pixels over the feature, as an occluder brings, are one
+            // more failed match to coast through.
+            stopReasons[size_t(i)] = nullptr;
+            info.score = -1;
+            verdict = carryOn(i, frame, row->mode, info);
+        }
         if (verdict.stop || verdict.matched)
             break;
     }
+    if (coasts && !verdict.stop && !verdict.matched)
+        coast(saved, info);
     return verdict;
+}
+
+// The failed attempt taught nothing: the track goes on from the prediction
+// with the velocity and shape of its accepted frames.
+void TrFollow::coast(const TrStepState& saved, TrTrackInfo& info) const {
+    const int fails = info.failCount;
+    const double score = info.score;
+    info.state() = saved;
+    predict(info);
+    info.failCount = fails;
+    info.score = score;
 }
 
 // Fetches and reduces the search region around the predicted position,
@@ -396,26 +442,50 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info) {
 // Judges the attempt's score against the track's tolerance and, on a miss,
 // applies the failure behaviour. No behaviour puts the position back to the
 // prediction: the low-scoring result stays, and under "predictAndKey" it is
-// what gets keyed.
+// what gets keyed. Only coasting, after the attempts, replaces it.
 TrFollow::Verdict TrFollow::judge(int i, int frame, const dstring& behaviorName,
                                   TrTrackInfo& info) {
-    Verdict verdict;
-    if (checkedShot()->getFailureTolerance(i) <= info.score) {
+    if (accepts(i, info)) {
+        if (motionSpreads > 0)
+            motion[size_t(i)].learn(GenPoint<double>(info.position.x - info.predicted.x,
+                                                     info.position.y - info.predicted.y));
         info.failCount = 0;
+        Verdict verdict;
         verdict.matched = true;
         verdict.keyed = true;
         return verdict;
     }
     // An unknown name is only an error once a match has failed.
-    const TrBehavior behavior = behaviorNamed(behaviorName);
+    return carryOn(i, frame, behaviorNamed(behaviorName), info);
+}
+
+bool TrFollow::accepts(int i, const TrTrackInfo& info) const {
+    if (!(checkedShot()->getFailureTolerance(i) <= info.score))
+        return false;
+    if (motionSpreads <= 0)
+        return true;
+    const GenPoint<double> miss(info.position.x - info.predicted.x,
+                                info.position.y - info.predicted.y);
+    return motion[size_t(i)].agrees(miss, motionSpreads, kMotionFloor, 1 + 0.25 * info.failCount);
+}
+
+// Applies the failure behaviour to a match that was not accepted.
+TrFollow::Verdict TrFollow::carryOn(int i, int frame, TrBehavior behavior, TrTrackInfo& info) {
+    Verdict verdict;
     switch (behavior) {
     case TrBehavior::Stop:
-        stopBecause(i, "its match scored below the tolerance");
+        stopBecause(i, checkedShot()->getFailureTolerance(i) <= info.score
+                           ? "its match left the track's recent motion"
+                           : "its match scored below the tolerance");
         return Verdict::stopTrack();
     case TrBehavior::Predict:
     case TrBehavior::Default:
     case TrBehavior::PredictAndKey:
-        if (info.failCount >= kMaxPredicted) {
+        if (coastFrames > 0 && info.failCount >= coastFrames) {
+            stopBecause(i, "its match failed for longer than it may coast");
+            return Verdict::stopTrack();
+        }
+        if (coastFrames <= 0 && info.failCount >= kMaxPredicted) {
             stopBecause(i, "its match scored below the tolerance six frames in a row");
             return Verdict::stopTrack();
         }
@@ -443,8 +513,8 @@ void TrFollow::key(int i, int frame, TrTrackInfo& info) {
     info.velocityWeight = kVelocityWeight;
 }
 
-bool TrFollow::refineLagged(int i, TrTrackInfo& info, int direction) {
-    const int p = info.patternFrame;
+// The shape over the five frames around `p`.
+AffineTransform TrFollow::laggedAverage(int i, int p, int direction) {
     AffineTransform average;
     average.zero();
     int taken = 0;
@@ -456,6 +526,12 @@ bool TrFollow::refineLagged(int i, TrTrackInfo& info, int direction) {
         }
     }
     average /= float(taken);
+    return average;
+}
+
+bool TrFollow::refineLagged(int i, TrTrackInfo& info, int direction) {
+    const int p = info.patternFrame;
+    const AffineTransform average = laggedAverage(i, p, direction);
     checkedShot()->setTransform(i, float(p), average);
     const GenPoint<double> q = checkedShot()->getPosition(i, float(p));
 
@@ -486,6 +562,55 @@ bool TrFollow::refineLagged(int i, TrTrackInfo& info, int direction) {
     }
     info.patternFrame += direction;
     return true;
+}
+
+// Catches up after coasting too: coasted frames hold no passing key, so
+// they are passed over without a solve.
+void TrFollow::refineGuarded(int i, int frame, TrTrackInfo& info, int direction) {
+    while (std::abs(frame - info.patternFrame) >= 2) {
+        const int p = info.patternFrame;
+        info.patternFrame += direction;
+        auto cached = searchCache.find(p * 256 + i);
+        if (cached == searchCache.end())
+            continue;
+        info.searchRaw = cached->second;
+        searchCache.erase(cached);
+        refineGuardedAt(i, p, info, direction);
+    }
+}
+
+// Re-solves frame `p` as the designed refinement does, but keys the result
+// only where it does at least as well as the step did.
+void TrFollow::refineGuardedAt(int i, int p, TrTrackInfo& info, int direction) {
+    TrShot* s = checkedShot();
+    const float t = float(p);
+    const double tolerance = s->getFailureTolerance(i);
+    if (p == beginFrame || !s->isQualityKeyed(i, t))
+        return;
+    const double own = s->getQuality(i, t);
+    if (!(tolerance <= own))
+        return;
+    const AffineTransform average = laggedAverage(i, p, direction);
+    const GenPoint<double> q = s->getPosition(i, t);
+    AffineProblem& problem = kept(info.shiftProblem);
+    try {
+        pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average);
+        problem.setUseTranslation(true);
+        problem.setCoarseToFine(true);
+        problem.setUseRotation(false);
+        problem.setUseScale(false);
+        problem.setUseStretch(false);
+        problem.execute();
+    } catch (const KrMatrixError&) {
+        return;
+    }
+    const double quality = problem.getQuality();
+    if (!(tolerance <= quality && own <= quality))
+        return;
+    const GenPoint<float> d = problem.getTranslation();
+    s->setTransform(i, t, average);
+    s->setPosition(i, t, GenPoint<double>(q.x + d.x, q.y + d.y));
+    s->setQuality(i, t, quality);
 }
 
 bool TrFollow::reportStep(int i, int frame) {

@@ -6,6 +6,8 @@
 #include "image/GenRect.h"
 #include "image/Image.h"
 #include "image/XformBicubic.h"
+#include "track/TrModes.h"
+#include "track/TrMotionCheck.h"
 #include "track/TrShot.h"
 #include "track/TrTrackInfo.h"
 
@@ -97,9 +99,46 @@ public:
 
     /// The robust mode: the options beyond the designed driver that hold
     /// tracks through blur, occlusion and deforming content, taken together.
-    /// Off by default, which keeps the designed behaviour exactly.
-    void setRobust(bool on) { robust = on; }
+    /// On sets the guarded lagged refinement, coasting for `kRobustCoast`
+    /// frames and the motion check at `kRobustSpreads`; off sets all three
+    /// off, which keeps the designed behaviour exactly. Either replaces what
+    /// the single setters below chose before it.
+    void setRobust(bool on);
     bool getRobust() const { return robust; }
+    static constexpr int kRobustCoast = 16;
+    static constexpr double kRobustSpreads = 4;
+
+    /// The lagged refinement re-solves only frames the step keyed with a
+    /// passing score, keeps the result only when it scores at least the
+    /// tolerance and no worse than the step did, and never touches the begin
+    /// frame, which is the user's placement. A re-solve that fails leaves
+    /// the keys and the track alone. Off by default: every frame two steps
+    /// behind is re-solved and keyed unchecked. Costs nothing; it mostly
+    /// saves the solve, as the step's own shape usually scores higher.
+    void setGuardedLagRefine(bool on) { guardedLag = on; }
+    bool getGuardedLagRefine() const { return guardedLag; }
+
+    /// Under the predicting behaviours ("predict", "default",
+    /// "predictAndKey"), a failed frame takes the prediction from the last
+    /// accepted frames, not the low-scoring attempt, and keeps their
+    /// velocity and shape; each further failure in a row searches an area a
+    /// quarter larger, and after `frames` of them the next failure stops the
+    /// track. 0, the default, keeps the designed rule: the attempt's
+    /// position and velocity stay, and the sixth failure stops the track.
+    /// Costs the larger fetches while a track coasts.
+    void setCoastFrames(int frames) { coastFrames = frames; }
+    int getCoastFrames() const { return coastFrames; }
+
+    /// A match whose miss of the prediction exceeds `spreads` times the
+    /// spread of the track's recent misses (and at least `kMotionFloor`
+    /// pixels, more while it coasts) fails, whatever it scores, so that
+    /// occluders and repeated texture cannot take the track. 0, the default,
+    /// judges by the score alone. Costs a few operations per step; a real
+    /// jolt of the camera beyond the reach fails the frame, which coasting
+    /// then carries.
+    void setMotionCheck(double spreads) { motionSpreads = spreads; }
+    double getMotionCheck() const { return motionSpreads; }
+    static constexpr double kMotionFloor = 1.5;
 
     /// How the lagged refinement, which gives the position keyed last,
     /// samples the search image in its full-size solve
@@ -150,8 +189,14 @@ private:
     bool matchAndRefine(int i, TrTrackInfo& info);
     void refineAffine(int i, TrTrackInfo& info);
     Verdict judge(int i, int frame, const dstring& behaviorName, TrTrackInfo& info);
+    bool accepts(int i, const TrTrackInfo& info) const;
+    Verdict carryOn(int i, int frame, TrBehavior behavior, TrTrackInfo& info);
+    void coast(const TrStepState& saved, TrTrackInfo& info) const;
     void key(int i, int frame, TrTrackInfo& info);
     bool refineLagged(int i, TrTrackInfo& info, int direction);
+    AffineTransform laggedAverage(int i, int p, int direction);
+    void refineGuarded(int i, int frame, TrTrackInfo& info, int direction);
+    void refineGuardedAt(int i, int p, TrTrackInfo& info, int direction);
     bool reportStep(int i, int frame);
     bool stopBecause(int i, const char* why);
 
@@ -173,4 +218,9 @@ private:
     bool preciseSums = false;
     bool robust = false;
     Orvane::Interpolation refineInterpolation = Orvane::Interpolation::Bilinear;
+    bool guardedLag = false;
+    int coastFrames = 0;
+    double motionSpreads = 0;
+    /// One per record, reset at its begin frame; read only by the motion check.
+    std::vector<TrMotionCheck> motion;
 };
