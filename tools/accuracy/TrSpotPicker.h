@@ -15,7 +15,7 @@ public:
     explicit TrSpotPicker(int window = 21, int step = 3) : window(window), step(step) {}
 
     /// Up to `count` pixel centres (x + 0.5, y + 0.5) on `frame` (8-bit rgb
-    /// or l), at least `spacing` pixels apart on each axis from each other,
+    /// or l), each at least `spacing` pixels from the others along x or y,
     /// among those that `allowed` accepts; best scoring first. Spots with no
     /// texture at all are never picked.
     std::vector<Orvane::GenPoint<double>>
