@@ -10,6 +10,17 @@
 using Orvane::GenPoint;
 
 TrAccuracySuite::TrAccuracySuite(const TrSuiteSettings& settings) : settings(settings) {
+    renderClips();
+    if (prepares("video"))
+        readFootage();
+}
+
+bool TrAccuracySuite::prepares(const std::string& category) const {
+    return settings.only.empty() ||
+           std::find(settings.only.begin(), settings.only.end(), category) != settings.only.end();
+}
+
+void TrAccuracySuite::renderClips() {
     const std::string dir = settings.dataDir + "/";
     // A facade, a street, graffiti and an aerial view: regular, irregular,
     // high-contrast and fine texture.
@@ -20,23 +31,36 @@ TrAccuracySuite::TrAccuracySuite(const TrSuiteSettings& settings) : settings(set
 
     const TrAccuracyScenes scenes(settings.size);
     const bool two = settings.clipsPerCategory > 1;
-    clips.push_back(scenes.translation(graffiti));
-    if (two)
-        clips.push_back(scenes.translation(building));
-    clips.push_back(scenes.rotationZoom(street, 25, 1.25));
-    if (two)
-        clips.push_back(scenes.rotationZoom(aerial, -25, 0.8));
-    clips.push_back(scenes.noiseDrift(building));
-    if (two)
-        clips.push_back(scenes.noiseDrift(street));
-    clips.push_back(scenes.fastBlur(aerial));
-    if (two)
-        clips.push_back(scenes.fastBlur(graffiti));
-    clips.push_back(scenes.occluder(street, graffiti));
-    if (two)
-        clips.push_back(scenes.occluder(building, aerial));
+    if (prepares("translation")) {
+        clips.push_back(scenes.translation(graffiti));
+        if (two)
+            clips.push_back(scenes.translation(building));
+    }
+    if (prepares("rotation+zoom")) {
+        clips.push_back(scenes.rotationZoom(street, 25, 1.25));
+        if (two)
+            clips.push_back(scenes.rotationZoom(aerial, -25, 0.8));
+    }
+    if (prepares("noise+drift")) {
+        clips.push_back(scenes.noiseDrift(building));
+        if (two)
+            clips.push_back(scenes.noiseDrift(street));
+    }
+    if (prepares("fast+blur")) {
+        clips.push_back(scenes.fastBlur(aerial));
+        if (two)
+            clips.push_back(scenes.fastBlur(graffiti));
+    }
+    if (prepares("occluder")) {
+        clips.push_back(scenes.occluder(street, graffiti));
+        if (two)
+            clips.push_back(scenes.occluder(building, aerial));
+    }
+}
 
-    videoFrames = readMovieFrames(dir + settings.video, settings.videoFirst, settings.videoFrames);
+void TrAccuracySuite::readFootage() {
+    videoFrames = readMovieFrames(settings.dataDir + "/" + settings.video, settings.videoFirst,
+                                  settings.videoFrames);
     const int margin = settings.size.margin;
     const int w = videoFrames[0].getBounds().w;
     const int h = videoFrames[0].getBounds().h;
@@ -83,6 +107,8 @@ TrAccuracyStats TrAccuracySuite::runCategory(const std::string& category,
 
 TrAccuracyStats TrAccuracySuite::roundTrips(const TrAccuracyMode& mode) const {
     TrAccuracyStats stats;
+    if (videoFrames.empty())
+        return stats;
     const std::size_t last = videoFrames.size() - 1;
     const TrPassResult forward = runAccuracyPass(videoFrames, videoStarts, mode);
     std::vector<GenPoint<double>> ends;

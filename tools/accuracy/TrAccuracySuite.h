@@ -22,6 +22,8 @@ struct TrSuiteSettings {
     int videoFirst = 100;
     int videoFrames = 20;
     int videoTracks = 24;
+    /// The categories to prepare; empty for all of them.
+    std::vector<std::string> only;
 };
 
 /// The accuracy suite: clips of real photographs under known motion in five
@@ -29,8 +31,9 @@ struct TrSuiteSettings {
 /// through the tracker in any mode.
 class TrAccuracySuite {
 public:
-    /// Renders the clips and reads the footage; a missing file throws
-    /// IllegalArgumentException naming it.
+    /// Renders the clips and reads the footage of the categories the
+    /// settings name; a missing file throws IllegalArgumentException naming
+    /// it. A category not prepared reports no tracks.
     explicit TrAccuracySuite(const TrSuiteSettings& settings);
 
     /// "translation", "rotation+zoom", "noise+drift", "fast+blur",
@@ -48,6 +51,9 @@ public:
     const std::vector<Orvane::GenPoint<double>>& getVideoStarts() const { return videoStarts; }
 
 private:
+    bool prepares(const std::string& category) const;
+    void renderClips();
+    void readFootage();
     TrAccuracyStats roundTrips(const TrAccuracyMode& mode) const;
 
     TrSuiteSettings settings;

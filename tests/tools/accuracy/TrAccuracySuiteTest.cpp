@@ -8,11 +8,26 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
+#include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 using Orvane::GenRect;
 using Orvane::Image;
+
+// OpenImageIO's movie reader leaves one FFmpeg allocation (944 bytes from
+// av_malloc in libavutil) behind each time it closes; it is none of ours.
+// The sanitizer runtime looks the function up by name, so it must be visible.
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" __attribute__((visibility("default"))) const char*
+__lsan_default_suppressions() { // NOLINT(bugprone-reserved-identifier)
+    return "leak:libavutil.so\n";
+}
+#endif
 
 namespace {
 
@@ -51,6 +66,10 @@ const Threshold thresholds[] = {
     {"design", "video", 0.03, 0.6, 1, 1, 0, 0},
 };
 
+void PrintTo(const Threshold& t, std::ostream* os) {
+    *os << t.mode << " " << t.category;
+}
+
 // The suite at test size: one clip a category, 12 frames of 224 x 176, four
 // tracks; 8 frames of footage with six round trips.
 TrSuiteSettings testSettings() {
@@ -67,46 +86,59 @@ TrSuiteSettings testSettings() {
     return s;
 }
 
-const TrAccuracySuite& suite() {
-    static const std::unique_ptr<TrAccuracySuite> s =
-        std::make_unique<TrAccuracySuite>(testSettings());
-    return *s;
+// The suite at test size, preparing `only` those categories.
+TrAccuracySuite prepared(std::vector<std::string> only) {
+    TrSuiteSettings s = testSettings();
+    s.only = std::move(only);
+    return TrAccuracySuite(s);
 }
 
 } // namespace
 
-TEST(TrAccuracySuite, EveryModeHoldsItsThresholds) {
-    int checked = 0;
-    for (const TrAccuracyMode& mode : TrAccuracyMode::all()) {
-        std::vector<const Threshold*> rows;
-        for (const Threshold& t : thresholds)
-            if (mode.name == t.mode)
-                rows.push_back(&t);
-        if (rows.empty())
-            continue;
-        for (const Threshold* t : rows) {
-            SCOPED_TRACE(mode.name + " " + t->category);
-            const TrAccuracyStats s = suite().runCategory(t->category, mode);
-            ASSERT_GT(s.getTracks(), 0);
-            EXPECT_LE(s.median(), t->maxMedian);
-            EXPECT_LE(s.quantile(0.95), t->maxP95);
-            EXPECT_GE(s.within(1), t->minWithin1);
-            EXPECT_GE(s.held(), t->minHeld);
-            if (t->minRecovered > 0) {
-                ASSERT_GT(s.getOccluded(), 0);
-                EXPECT_GE(double(s.getRecovered()) / s.getOccluded(), t->minRecovered);
-            }
-            EXPECT_LE(s.getFollowing(), t->maxFollowing);
-            ++checked;
-        }
+// One case per row, each preparing its own category only, so that the
+// sanitizer build spreads them over the cores.
+class TrAccuracyThresholds : public testing::TestWithParam<Threshold> {};
+
+TEST_P(TrAccuracyThresholds, Hold) {
+    const Threshold& t = GetParam();
+    const TrAccuracyStats s =
+        prepared({t.category}).runCategory(t.category, TrAccuracyMode::find(t.mode));
+    ASSERT_GT(s.getTracks(), 0);
+    EXPECT_LE(s.median(), t.maxMedian);
+    EXPECT_LE(s.quantile(0.95), t.maxP95);
+    EXPECT_GE(s.within(1), t.minWithin1);
+    EXPECT_GE(s.held(), t.minHeld);
+    if (t.minRecovered > 0) {
+        ASSERT_GT(s.getOccluded(), 0);
+        EXPECT_GE(double(s.getRecovered()) / s.getOccluded(), t.minRecovered);
     }
-    EXPECT_EQ(checked, int(TrAccuracySuite::categories().size()));
+    EXPECT_LE(s.getFollowing(), t.maxFollowing);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, TrAccuracyThresholds, testing::ValuesIn(thresholds),
+                         [](const testing::TestParamInfo<Threshold>& info) {
+                             std::string name =
+                                 std::string(info.param.mode) + "_" + info.param.category;
+                             std::replace(name.begin(), name.end(), '+', '_');
+                             return name;
+                         });
+
+TEST(TrAccuracySuite, EveryCategoryHasDesignThresholds) {
+    for (const std::string& c : TrAccuracySuite::categories())
+        EXPECT_EQ(1, std::count_if(std::begin(thresholds), std::end(thresholds),
+                                   [&](const Threshold& t) {
+                                       return c == t.category && std::string(t.mode) == "design";
+                                   }))
+            << c;
 }
 
 TEST(TrAccuracySuite, PlacesTracksInsideEveryFrameWithTruthForEach) {
     const TrSuiteSettings settings = testSettings();
-    ASSERT_EQ(suite().getClips().size(), 5u);
-    for (const TrAccuracyClip& clip : suite().getClips()) {
+    const TrAccuracySuite suite =
+        prepared({"translation", "rotation+zoom", "noise+drift", "fast+blur", "occluder"});
+    ASSERT_EQ(suite.getClips().size(), 5u);
+    EXPECT_TRUE(suite.getVideoFrames().empty());
+    for (const TrAccuracyClip& clip : suite.getClips()) {
         SCOPED_TRACE(clip.category);
         EXPECT_EQ(int(clip.frames.size()), settings.size.frames);
         EXPECT_EQ(int(clip.truth.size()), settings.size.tracks);
@@ -118,7 +150,7 @@ TEST(TrAccuracySuite, PlacesTracksInsideEveryFrameWithTruthForEach) {
     }
     // The occluder covers some track for several frames and has left by the
     // last one.
-    const TrAccuracyClip& occluder = suite().getClips().back();
+    const TrAccuracyClip& occluder = suite.getClips().back();
     ASSERT_EQ(occluder.category, "occluder");
     int coveredFrames = 0;
     for (const auto& covered : occluder.covered) {
@@ -130,11 +162,13 @@ TEST(TrAccuracySuite, PlacesTracksInsideEveryFrameWithTruthForEach) {
 }
 
 TEST(TrAccuracySuite, ReadsTheFootageFrameByFrame) {
-    const std::vector<Image>& frames = suite().getVideoFrames();
+    const TrAccuracySuite suite = prepared({"video"});
+    EXPECT_TRUE(suite.getClips().empty());
+    const std::vector<Image>& frames = suite.getVideoFrames();
     ASSERT_EQ(frames.size(), 8u);
     EXPECT_EQ(frames[0].getBounds(), GenRect<int>(0, 0, 768, 576));
     EXPECT_EQ(frames[0].getFormat(), Orvane::Format::getRGB());
-    EXPECT_EQ(suite().getVideoStarts().size(), 6u);
+    EXPECT_EQ(suite.getVideoStarts().size(), 6u);
     const std::string path = testSettings().dataDir + "/" + testSettings().video;
     expectThrows<IllegalArgumentException>([&] { readMovieFrames(path, 100000, 1); },
                                            "cannot read movie \"" + path +
@@ -142,8 +176,9 @@ TEST(TrAccuracySuite, ReadsTheFootageFrameByFrame) {
 }
 
 TEST(TrAccuracySuite, NamesItsCategoriesAndModes) {
+    const TrAccuracySuite suite = prepared({"translation"});
     expectThrows<IllegalArgumentException>(
-        [] { suite().runCategory("zoom", TrAccuracyMode::find("design")); },
+        [&] { suite.runCategory("zoom", TrAccuracyMode::find("design")); },
         "unknown accuracy category \"zoom\"");
     expectThrows<IllegalArgumentException>([] { TrAccuracyMode::find("fast"); },
                                            "unknown accuracy mode \"fast\"");

@@ -138,7 +138,8 @@ TEST(TrRenderer, QuantisesWithGainOffsetNoiseAndClamping) {
     const Orvane::ImageRows<const unsigned char> rows(plain);
     EXPECT_EQ(rows.row(0)[0], 152); // 0.595 * 255 = 151.7
     EXPECT_EQ(rows.row(5)[7], 89);  // 0.35 * 255 = 89.25
-    const Orvane::ImageRows<const unsigned char> bright(TrRenderer::toImage(frame, 3.0f));
+    const Image brighter = TrRenderer::toImage(frame, 3.0f);
+    const Orvane::ImageRows<const unsigned char> bright(brighter);
     EXPECT_EQ(bright.row(9)[9], 255);
 
     // Noise of 0.02 on a flat 0.5: mean 127.5, deviation 5.1 levels, within
