@@ -10,6 +10,7 @@ packages=(
     zlib1g-dev
     libgl-dev
     libopencv-dev # the comparison benchmark only
+    opencv-doc # its sample photographs and footage, for the accuracy suite
     libegl-dev libgl1-mesa-dri
     clang-format clang-tidy
     pybind11-dev python3-pybind11 python3-dev python3-numpy python3-pytest # the Python module
