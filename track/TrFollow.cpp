@@ -594,7 +594,7 @@ void TrFollow::refineGuardedAt(int i, int p, TrTrackInfo& info, int direction) {
     const GenPoint<double> q = s->getPosition(i, t);
     AffineProblem& problem = kept(info.shiftProblem);
     try {
-        pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average);
+        pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average, refineInterpolation);
         problem.setUseTranslation(true);
         problem.setCoarseToFine(true);
         problem.setUseRotation(false);
