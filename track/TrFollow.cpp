@@ -102,6 +102,7 @@ void TrFollow::setRobust(bool on) {
     guardedLag = on;
     coastFrames = on ? kRobustCoast : 0;
     motionSpreads = on ? kRobustSpreads : 0;
+    refineInterpolation = on ? Orvane::Interpolation::BSpline : Orvane::Interpolation::Bilinear;
 }
 
 void TrFollow::setShot(TrShot* s) {

