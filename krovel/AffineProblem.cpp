@@ -270,14 +270,17 @@ void AffineProblem::evalDy(KrGenMatrix<float>& dy) {
     const int n = xlength();
     const KrGenVector<float> current = wrapPixels(projected);
     const int count = current.length();
-    dy.resize(count, n, KrGenMatrix<float>::AnyLayout);
     const float* base = current.data();
-    const ptrdiff_t rowStep = dy.rowStride();
     const bool direct = warpsDirectly(search) && count > 0;
     if (direct && !referencePath) {
+        // Column-major whatever the caller's layout: each column is then one
+        // contiguous run, for the difference pass here and the solver's sums.
+        dy.resize(count, n, KrGenMatrix<float>::ColumnMajor);
         differencesFast(dy, base, count);
         return;
     }
+    dy.resize(count, n, KrGenMatrix<float>::AnyLayout);
+    const ptrdiff_t rowStep = dy.rowStride();
 
     trialX.resize(x.length());
     if (direct)

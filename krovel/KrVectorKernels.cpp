@@ -1,5 +1,7 @@
 #include "krovel/KrVectorKernels.h"
 
+#include <immintrin.h>
+
 #include <cmath>
 
 namespace Krovel {
@@ -73,9 +75,10 @@ bool avx2Present() {
 
 // Four lanes of sums over offsets from the first value, added pairwise at
 // the end. The offsets keep a large mean from swamping the spread, and a flat
-// run sums to exactly zero. Compiled twice, plain and for AVX2, with the
-// same operations per lane, so both give the same bits.
-inline void momentSums(const float* p, int n, double& sum, double& squares) {
+// run sums to exactly zero. The AVX2 twin does the same operations per
+// lane, so both give the same bits.
+__attribute__((always_inline)) inline void momentSums(const float* p, int n, double& sum,
+                                                      double& squares) {
     const double origin = p[0];
     double s[4] = {0, 0, 0, 0};
     double q[4] = {0, 0, 0, 0};
@@ -96,12 +99,32 @@ inline void momentSums(const float* p, int n, double& sum, double& squares) {
     squares = (q[0] + q[1]) + (q[2] + q[3]);
 }
 
+// momentSums with each lane of a vector one of its four running sums.
 TAVRIX_AVX2 void momentSumsAvx2(const float* p, int n, double& sum, double& squares) {
-    momentSums(p, n, sum, squares);
+    const double origin = p[0];
+    const __m256d o = _mm256_set1_pd(origin);
+    __m256d s = _mm256_setzero_pd(), q = _mm256_setzero_pd();
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m256d d = _mm256_sub_pd(_mm256_cvtps_pd(_mm_loadu_ps(p + i)), o);
+        s = _mm256_add_pd(s, d);
+        q = _mm256_add_pd(q, _mm256_mul_pd(d, d));
+    }
+    alignas(32) double sl[4], ql[4];
+    _mm256_store_pd(sl, s);
+    _mm256_store_pd(ql, q);
+    for (int k = 0; i < n; ++i, ++k) {
+        const double d = double(p[i]) - origin;
+        sl[k] += d;
+        ql[k] += d * d;
+    }
+    sum = (sl[0] + sl[1]) + (sl[2] + sl[3]);
+    squares = (ql[0] + ql[1]) + (ql[2] + ql[3]);
 }
 
-inline void normalisedDifference(const float* p, int n, double mean, double sigma,
-                                 const float* base, float step, float* out) {
+__attribute__((always_inline)) inline void normalisedDifference(const float* p, int n, double mean,
+                                                                double sigma, const float* base,
+                                                                float step, float* out) {
     for (int i = 0; i < n; ++i)
         out[i] = (static_cast<float>((p[i] - mean) / sigma) - base[i]) / step;
 }
@@ -111,7 +134,7 @@ TAVRIX_AVX2 void normalisedDifferenceAvx2(const float* p, int n, double mean, do
     normalisedDifference(p, n, mean, sigma, base, step, out);
 }
 
-inline void normalise(float* p, int n, double mean, double sigma) {
+__attribute__((always_inline)) inline void normalise(float* p, int n, double mean, double sigma) {
     for (int i = 0; i < n; ++i)
         p[i] = static_cast<float>((p[i] - mean) / sigma);
 }
