@@ -60,14 +60,15 @@ inline Tap resolve(float s, int origin, int64_t lastPair) {
 // The warp's setup and its per-pixel arithmetic, shared by the plain loop and
 // the vector one, which hands back the blocks it cannot take.
 template <class S> struct RowWarp {
-    const unsigned char* src;
+    const unsigned char* src = nullptr;
     GenRect<int> sb;
-    int64_t srcStride;
-    int nc;
-    float a, b, c, d, e, f;
+    int64_t srcStride = 0;
+    int nc = 1;
+    float a = 0, b = 0, c = 0, d = 0, e = 0, f = 0;
     // A source one pixel wide or high blends the pixel with itself.
-    int64_t lastCol, lastRow, colStep, rowStep;
+    int64_t lastCol = 0, lastRow = 0, colStep = 0, rowStep = 0;
 
+    RowWarp() = default;
     RowWarp(const unsigned char* src, const GenRect<int>& sb, int64_t srcStride, int nc,
             const float (&m)[6])
         : src(src), sb(sb), srcStride(srcStride), nc(nc), a(m[0]), b(m[1]), c(m[2]), d(m[3]),
@@ -196,6 +197,83 @@ TAVRIX_AVX2 void bilinearRowAvx2(const RowWarp<float>& w, int y, int x0, int x1,
     }
 }
 
+// The most warps one pass over the grid carries.
+const int kWarpGroup = 8;
+
+// One warp's eight positions of a block, resolved: the offset of each
+// lane's upper-left sample and the fractions. False when a position lies
+// beyond ±1e9 or is NaN, for the plain loop to take.
+TAVRIX_AVX2 inline bool taps8(const RowWarp<float>& w, __m256 cx, float cy, __m256i rowStep,
+                              __m256i& i00, __m256& fx, __m256& fy) {
+    const __m256 half = _mm256_set1_ps(0.5f);
+    const __m256 low = _mm256_set1_ps(-1e9f), high = _mm256_set1_ps(1e9f);
+    const __m256 bcy = _mm256_set1_ps(w.b * cy), ecy = _mm256_set1_ps(w.e * cy);
+    const __m256 sx =
+        _mm256_sub_ps(_mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(_mm256_set1_ps(w.a), cx), bcy),
+                                    _mm256_set1_ps(w.c)),
+                      half);
+    const __m256 sy =
+        _mm256_sub_ps(_mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(_mm256_set1_ps(w.d), cx), ecy),
+                                    _mm256_set1_ps(w.f)),
+                      half);
+    const __m256 inside = _mm256_and_ps(
+        _mm256_and_ps(_mm256_cmp_ps(sx, low, _CMP_GT_OQ), _mm256_cmp_ps(sx, high, _CMP_LT_OQ)),
+        _mm256_and_ps(_mm256_cmp_ps(sy, low, _CMP_GT_OQ), _mm256_cmp_ps(sy, high, _CMP_LT_OQ)));
+    if (_mm256_movemask_ps(inside) != 0xff)
+        return false;
+    const __m256i ix = resolve8(sx, w.sb.x, int(w.lastCol), fx);
+    const __m256i iy = resolve8(sy, w.sb.y, int(w.lastRow), fy);
+    i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
+    return true;
+}
+
+// Row y of up to kWarpGroup warps, block by block as bilinearRowAvx2 walks
+// it and with its arithmetic, so every sample is the same to the bit. Warps
+// a small step apart mostly blend the same four pixels with other
+// fractions: a block gathers again only when its pixels differ from the
+// last warp's, and the gathers are the bulk of the cost.
+TAVRIX_AVX2 void bilinearRowGroupAvx2(const RowWarp<float>* w, int count, int y, int x0, int x1,
+                                      float* const* out) {
+    const float cy = static_cast<float>(y) + 0.5f;
+    const __m256 half = _mm256_set1_ps(0.5f), one = _mm256_set1_ps(1.0f);
+    const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const __m256i rowStep = _mm256_set1_epi32(int(w[0].srcStride / int64_t(sizeof(float))));
+    const float* base = reinterpret_cast<const float*>(w[0].src);
+    for (int x = x0; x < x1; x += 8) {
+        if (x + 8 > x1)
+            x = x1 - 8;
+        const __m256 cx =
+            _mm256_add_ps(_mm256_cvtepi32_ps(_mm256_add_epi32(_mm256_set1_epi32(x), lanes)), half);
+        bool loaded = false;
+        __m256i held = _mm256_setzero_si256();
+        __m256 p00 = half, p10 = half, p01 = half, p11 = half;
+        for (int k = 0; k < count; ++k) {
+            float* o = out[k] + (x - x0);
+            __m256i i00;
+            __m256 fx, fy;
+            if (!taps8(w[k], cx, cy, rowStep, i00, fx, fy)) {
+                w[k].pixels(y, x, x + 8, o);
+                continue;
+            }
+            if (!loaded || _mm256_movemask_epi8(_mm256_cmpeq_epi32(i00, held)) != -1) {
+                const __m256i i01 = _mm256_add_epi32(i00, rowStep);
+                p00 = _mm256_i32gather_ps(base, i00, 4);
+                p10 = _mm256_i32gather_ps(base + 1, i00, 4);
+                p01 = _mm256_i32gather_ps(base, i01, 4);
+                p11 = _mm256_i32gather_ps(base + 1, i01, 4);
+                held = i00;
+                loaded = true;
+            }
+            const __m256 gx = _mm256_sub_ps(one, fx), gy = _mm256_sub_ps(one, fy);
+            __m256 v = _mm256_mul_ps(_mm256_mul_ps(p11, fx), fy);
+            v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p01, gx), fy));
+            v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p10, fx), gy));
+            v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p00, gx), gy));
+            _mm256_storeu_ps(o, v);
+        }
+    }
+}
+
 template <class D> void warp(const Image& src, const Image& dst, const KrGenMatrix<D>& m) {
     float* dstBuffer;
     dst.getBuffer(dstBuffer);
@@ -236,6 +314,41 @@ template void _bilinearRows<float>(const unsigned char*, const GenRect<int>&, in
 template void _bilinearRows<double>(const unsigned char*, const GenRect<int>&, int64_t, int,
                                     const GenRect<int>&, unsigned char*, int64_t,
                                     const float (&)[6]);
+
+template <class S>
+void _bilinearRowsMany(const unsigned char* src, const GenRect<int>& sb, int64_t srcStride, int nc,
+                       const GenRect<int>& db, int count, const float (*m)[6], float* const* dst) {
+    const int64_t rowFloats = int64_t(db.w) * nc;
+    bool vector = false;
+    if constexpr (std::is_same<S, float>::value)
+        vector = bilinearAvx2Takes(sb, srcStride, nc, db);
+    if (!vector) {
+        for (int k = 0; k < count; ++k)
+            _bilinearRows<S>(src, sb, srcStride, nc, db, reinterpret_cast<unsigned char*>(dst[k]),
+                             rowFloats * int64_t(sizeof(float)), m[k]);
+        return;
+    }
+    for (int k0 = 0; k0 < count; k0 += kWarpGroup) {
+        const int group = count - k0 < kWarpGroup ? count - k0 : kWarpGroup;
+        RowWarp<float> warps[kWarpGroup];
+        for (int k = 0; k < group; ++k)
+            warps[k] = RowWarp<float>(src, sb, srcStride, nc, m[k0 + k]);
+        float* rows[kWarpGroup];
+        for (int k = 0; k < group; ++k)
+            rows[k] = dst[k0 + k];
+        for (int y = db.y; y < db.y + db.h; ++y) {
+            bilinearRowGroupAvx2(warps, group, y, db.x, db.x + db.w, rows);
+            for (int k = 0; k < group; ++k)
+                rows[k] += rowFloats;
+        }
+    }
+}
+
+template void _bilinearRowsMany<float>(const unsigned char*, const GenRect<int>&, int64_t, int,
+                                       const GenRect<int>&, int, const float (*)[6], float* const*);
+template void _bilinearRowsMany<double>(const unsigned char*, const GenRect<int>&, int64_t, int,
+                                        const GenRect<int>&, int, const float (*)[6],
+                                        float* const*);
 
 template <class S, class D>
 void _xform_bilinear(const Image& src, const Image& dst, const KrGenMatrix<D>& m,

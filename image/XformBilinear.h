@@ -31,6 +31,15 @@ void _bilinearRows(const unsigned char* src, const GenRect<int>& sb, int64_t src
                    const GenRect<int>& db, unsigned char* dst, int64_t dstStride,
                    const float (&m)[6]);
 
+/// `count` warps of one source over one destination grid, as `_bilinearRows`
+/// makes them one at a time and to the same bits: warp k under `m[k]` into
+/// `dst[k]`, rows of db.w · nc floats without padding. Warps that blend the
+/// same source pixels, such as the trial warps of a forward-difference
+/// Jacobian, share the loads of those pixels.
+template <class S>
+void _bilinearRowsMany(const unsigned char* src, const GenRect<int>& sb, int64_t srcStride, int nc,
+                       const GenRect<int>& db, int count, const float (*m)[6], float* const* dst);
+
 /// The warp for source samples S and matrix elements D; `dstBuffer` is the
 /// first float of `dst`.
 template <class S, class D>

@@ -212,13 +212,15 @@ void AffineProblem::project(const KrGenVector<float>& v, Orvane::Image& src,
         Orvane::xform_bspline(src, dst, composed);
 }
 
-void AffineProblem::projectNormalised(const KrGenVector<float>& v, float* out, int count) const {
+void AffineProblem::warpMatrix(const KrGenVector<float>& v, float (&full)[6]) const {
     float elements[6];
     KrGenMatrix<float> m(elements, 2, 3, KrGenMatrix<float>::RowMajor);
     getMatrix(v, m);
-    float full[6];
     // The second point is the centre, the first the anchor, as in project.
     Orvane::centredMatrix(m, centre, anchor, full);
+}
+
+void AffineProblem::warpRows(const float (&full)[6], float* out) const {
     const Orvane::GenRect<int>& pb = pattern.getBounds();
     const int nc = search.getFormat().getNumChannels();
     // The spline samples its coefficients, fitted to the search image in setX.
@@ -239,8 +241,34 @@ void AffineProblem::projectNormalised(const KrGenVector<float>& v, float* out, i
         Orvane::_bsplineRows(src, sb, from.getStride(), nc, pb, dst, dstStride, full);
         break;
     }
+}
+
+void AffineProblem::projectNormalised(const KrGenVector<float>& v, float* out, int count) const {
+    float full[6];
+    warpMatrix(v, full);
+    warpRows(full, out);
     KrGenVector<float> pixels(out, count, false);
     unbias(pixels);
+}
+
+void AffineProblem::projectFast(const KrGenVector<float>& v, float* out, int count) const {
+    float full[6];
+    warpMatrix(v, full);
+    warpRows(full, out);
+    double mean, sigma;
+    if (Krovel::_moments(out, count, mean, sigma)) {
+        Krovel::_normalise(out, count, mean, sigma);
+        return;
+    }
+    KrGenVector<float> pixels(out, count, false);
+    unbias(pixels);
+}
+
+// The shared trial warps are bilinear; the other interpolants, and the
+// reference, warp each trial on its own and normalise in two passes, in
+// setX as in evalDy, so that base and trials round alike.
+bool AffineProblem::fastPath() const {
+    return !referencePath && interpolation == Orvane::Interpolation::Bilinear;
 }
 
 void AffineProblem::setX(const KrGenVector<float>& v) {
@@ -257,7 +285,11 @@ void AffineProblem::setX(const KrGenVector<float>& v) {
         }
         float* pixels;
         projected.getBuffer(pixels);
-        projectNormalised(x, pixels, search.getFormat().getNumChannels() * b.w * b.h);
+        const int count = search.getFormat().getNumChannels() * b.w * b.h;
+        if (!fastPath())
+            projectNormalised(x, pixels, count);
+        else
+            projectFast(x, pixels, count);
         return;
     }
     project(x, search, projected);
@@ -274,10 +306,17 @@ void AffineProblem::evalDy(KrGenMatrix<float>& dy) {
     const int n = xlength();
     const KrGenVector<float> current = wrapPixels(projected);
     const int count = current.length();
-    dy.resize(count, n, KrGenMatrix<float>::AnyLayout);
     const float* base = current.data();
-    const ptrdiff_t rowStep = dy.rowStride();
     const bool direct = warpsDirectly(search) && count > 0;
+    if (direct && fastPath()) {
+        // Column-major whatever the caller's layout: each column is then one
+        // contiguous run, for the difference pass here and the solver's sums.
+        dy.resize(count, n, KrGenMatrix<float>::ColumnMajor);
+        differencesFast(dy, base, count);
+        return;
+    }
+    dy.resize(count, n, KrGenMatrix<float>::AnyLayout);
+    const ptrdiff_t rowStep = dy.rowStride();
 
     trialX.resize(x.length());
     if (direct)
@@ -300,6 +339,39 @@ void AffineProblem::evalDy(KrGenMatrix<float>& dy) {
     }
 }
 
+void AffineProblem::differencesFast(KrGenMatrix<float>& dy, const float* base, int count) {
+    const int n = xlength();
+    const ptrdiff_t rowStep = dy.rowStride();
+    trialX.resize(x.length());
+    trialY.resize(count * n);
+    // At most six parameters, so the matrices and row pointers fit the stack.
+    float matrices[6][6];
+    float* outputs[6];
+    for (int j = 0; j < n; ++j) {
+        trialX.set(x);
+        trialX(j) += kStep;
+        warpMatrix(trialX, matrices[j]);
+        outputs[j] = trialY.data() + ptrdiff_t(j) * count;
+    }
+    Orvane::_bilinearRowsMany<float>(static_cast<const unsigned char*>(search.getBuffer()),
+                                     search.getBounds(), search.getStride(),
+                                     search.getFormat().getNumChannels(), pattern.getBounds(), n,
+                                     matrices, outputs);
+    for (int j = 0; j < n; ++j) {
+        float* moved = trialY.data() + ptrdiff_t(j) * count;
+        float* column = dy.data() + ptrdiff_t(j) * dy.colStride();
+        double mean, sigma;
+        if (Krovel::_moments(moved, count, mean, sigma)) {
+            Krovel::_normalisedDifference(moved, count, mean, sigma, base, kStep, column, rowStep);
+            continue;
+        }
+        KrGenVector<float> pixels(moved, count, false);
+        unbias(pixels);
+        for (int i = 0; i < count; ++i)
+            column[i * rowStep] = (moved[i] - base[i]) / kStep;
+    }
+}
+
 void AffineProblem::solveHalfSize() {
     if (!half)
         half.reset(new AffineProblem());
@@ -315,6 +387,7 @@ void AffineProblem::solveHalfSize() {
     half->useScale = useScale;
     half->useStretch = useStretch;
     half->coarseToFine = true;
+    half->referencePath = referencePath;
     half->execute();
     halfIterations = half->iterations + half->halfIterations;
     // The translation comes back in half-size pixels and is kept as it is:

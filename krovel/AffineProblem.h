@@ -115,6 +115,13 @@ public:
     void setInterpolation(Orvane::Interpolation how) { interpolation = how; }
     Orvane::Interpolation getInterpolation() const { return interpolation; }
 
+    /// Computes every warp and normalisation the straightforward way: each
+    /// trial warp on its own, normalised in two passes. It gives the default
+    /// path's results to float rounding at several times the cost; tests and
+    /// benchmarks use it as the yardstick. Off by default.
+    void setReferencePath(bool on) { referencePath = on; }
+    bool getReferencePath() const { return referencePath; }
+
     /// The starting transform before `execute`, the result after.
     void setXform(const AffineTransform& t) { xform = t; }
     const AffineTransform& getXform() const { return xform; }
@@ -160,16 +167,28 @@ public:
     int getHalfSizeIterations() const { return halfIterations; }
 
 private:
-    // The warp and normalisation of setX and evalDy, written straight into
-    // `out` (count floats, rows without padding) for a FLOAT search image.
+    // The warp's matrix about centre and anchor with `v` unpacked over the
+    // transform, and the warp under it into `out` (rows without padding) for
+    // a FLOAT search image.
+    void warpMatrix(const KrGenVector<float>& v, float (&full)[6]) const;
+    void warpRows(const float (&full)[6], float* out) const;
+    // The warp and normalisation of setX, written straight into `out` (count
+    // floats): plainly, with the two-pass `unbias`, and fast, with one-pass
+    // moments that agree with it to rounding.
     void projectNormalised(const KrGenVector<float>& v, float* out, int count) const;
+    void projectFast(const KrGenVector<float>& v, float* out, int count) const;
+    // evalDy for a FLOAT search image: all trial warps first, then each
+    // column normalised and differenced in one pass.
+    void differencesFast(KrGenMatrix<float>& dy, const float* base, int count);
+    bool fastPath() const;
     // Step 1 of execute: the half-size solve and the start it gives.
     void solveHalfSize();
     Orvane::Image pattern;
     Orvane::Image search;
     Orvane::Image projected;
-    // The trial warp of evalDy, kept so that it is allocated once per
-    // problem rather than once per parameter and iteration.
+    // The trial warp of evalDy for a search image that is not FLOAT, kept so
+    // that it is allocated once per problem rather than once per parameter
+    // and iteration.
     Orvane::Image trial;
     // The spline's coefficients, and the search image they were fitted to.
     Orvane::BSplineCoefficients fitted;
@@ -182,6 +201,7 @@ private:
     bool useStretch = true;
     bool coarseToFine = true;
     Orvane::Interpolation interpolation = Orvane::Interpolation::Bilinear;
+    bool referencePath = false;
     AffineTransform xform;
     KrGenVector<float> x;
     float resultTx = 0;
@@ -189,7 +209,8 @@ private:
     KrGenMatrix<float> linear;
     float quality = 0;
 
-    // Reused by evalDy across parameters and iterations.
+    // Reused by evalDy across parameters and iterations; trialY holds every
+    // trial warp of one Jacobian, one after another.
     KrGenVector<float> trialX;
     KrGenVector<float> trialY;
 

@@ -5,6 +5,8 @@
 #include "krovel/KrMatrixError.h"
 #include "krovel/KrVectorKernels.h"
 
+#include <immintrin.h>
+
 #include <cmath>
 #include <cstddef>
 
@@ -56,12 +58,106 @@ void _pairSums(const float* dy, ptrdiff_t rs, ptrdiff_t cs, int ny, int nx, doub
     }
 }
 
+// The pair sums of a column-major Jacobian, four rows at a time: each pair
+// keeps four running sums, one per row modulo four, added pairwise at the
+// end. The float products are those of _pairSums; only the order of the
+// double additions differs, a rounding far below the float result's. The
+// AVX2 twin does the same operations per lane.
+template <int N> inline void columnPairSums(const float* dy, ptrdiff_t cs, int ny, double* sums) {
+    constexpr int pairs = N * (N + 1) / 2;
+    double acc[pairs][4] = {};
+    const float* col[N];
+    for (int j = 0; j < N; ++j)
+        col[j] = dy + j * cs;
+    int i = 0;
+    for (; i + 4 <= ny; i += 4) {
+        int p = 0;
+        for (int j = 0; j < N; ++j)
+            for (int k = 0; k <= j; ++k, ++p)
+                for (int l = 0; l < 4; ++l)
+                    acc[p][l] += double(col[k][i + l] * col[j][i + l]);
+    }
+    for (int l = 0; i < ny; ++i, ++l) {
+        int p = 0;
+        for (int j = 0; j < N; ++j)
+            for (int k = 0; k <= j; ++k, ++p)
+                acc[p][l] += double(col[k][i] * col[j][i]);
+    }
+    for (int p = 0; p < pairs; ++p)
+        sums[p] = (acc[p][0] + acc[p][1]) + (acc[p][2] + acc[p][3]);
+}
+
+// columnPairSums with each pair's four sums the lanes of one vector.
+template <int N>
+__attribute__((target("avx2"))) void columnPairSumsAvx2(const float* dy, ptrdiff_t cs, int ny,
+                                                        double* sums) {
+    constexpr int pairs = N * (N + 1) / 2;
+    __m256d acc[pairs];
+    for (int p = 0; p < pairs; ++p)
+        acc[p] = _mm256_setzero_pd();
+    int i = 0;
+    for (; i + 4 <= ny; i += 4) {
+        __m128 col[N];
+        for (int j = 0; j < N; ++j)
+            col[j] = _mm_loadu_ps(dy + j * cs + i);
+        int p = 0;
+        for (int j = 0; j < N; ++j)
+            for (int k = 0; k <= j; ++k, ++p)
+                acc[p] = _mm256_add_pd(acc[p], _mm256_cvtps_pd(_mm_mul_ps(col[k], col[j])));
+    }
+    alignas(32) double lanes[pairs][4];
+    for (int p = 0; p < pairs; ++p)
+        _mm256_store_pd(lanes[p], acc[p]);
+    for (int l = 0; i < ny; ++i, ++l) {
+        int p = 0;
+        for (int j = 0; j < N; ++j)
+            for (int k = 0; k <= j; ++k, ++p)
+                lanes[p][l] += double(dy[k * cs + i] * dy[j * cs + i]);
+    }
+    for (int p = 0; p < pairs; ++p)
+        sums[p] = (lanes[p][0] + lanes[p][1]) + (lanes[p][2] + lanes[p][3]);
+}
+
+bool avx2Present() {
+    static const bool present = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx2") != 0;
+    }();
+    return present;
+}
+
+template <int N> void columnPairSumsBest(const float* dy, ptrdiff_t cs, int ny, double* sums) {
+    if (avx2Present())
+        columnPairSumsAvx2<N>(dy, cs, ny, sums);
+    else
+        columnPairSums<N>(dy, cs, ny, sums);
+}
+
 // A(k, j) = A(j, k) = Σᵢ dy(i, k)·dy(i, j). The affine refinement has at
-// most six parameters; a fixed count lets the sums live in registers.
+// most six parameters; a fixed count lets the sums live in registers, and a
+// column-major Jacobian, as the solver's own, is summed down its columns.
 void pairSums(const KrGenMatrix<float>& dy, int ny, int nx, double* sums) {
     const float* p = dy.data();
     const ptrdiff_t rs = dy.rowStride();
     const ptrdiff_t cs = dy.colStride();
+    if (rs == 1) {
+        switch (nx) {
+        case 1:
+            return columnPairSumsBest<1>(p, cs, ny, sums);
+        case 2:
+            return columnPairSumsBest<2>(p, cs, ny, sums);
+        case 3:
+            return columnPairSumsBest<3>(p, cs, ny, sums);
+        case 4:
+            return columnPairSumsBest<4>(p, cs, ny, sums);
+        case 5:
+            return columnPairSumsBest<5>(p, cs, ny, sums);
+        case 6:
+            return columnPairSumsBest<6>(p, cs, ny, sums);
+        default:
+            break;
+        }
+    }
     switch (nx) {
     case 1:
         _pairSums<1>(p, rs, cs, ny, nx, sums);

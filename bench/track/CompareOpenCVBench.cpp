@@ -172,11 +172,14 @@ private:
 };
 
 // AffineProblem::execute with every parameter free, from the whole-pixel
-// start, on the 71 x 71 search image.
+// start, on the 71 x 71 search image; with `reference`, on the
+// straightforward path the default one is held to.
 class OurRefinement : public Method {
 public:
+    explicit OurRefinement(bool reference = false) : reference(reference) {}
     Motion run() override {
         AffineProblem p;
+        p.setReferencePath(reference);
         p.setPattern(scene().pattern);
         p.setSearch(scene().search71);
         p.setAnchor(GenPoint<float>(float(kPoint), float(kPoint)));
@@ -185,6 +188,9 @@ public:
         const AffineTransform& t = p.getXform();
         return {kStartX + p.getResultTx(), kStartY + p.getResultTy(), t.ro, t.sc};
     }
+
+private:
+    bool reference;
 };
 
 // Matcher::match on the 71 x 71 search image; with `setSearch` the search
@@ -311,6 +317,7 @@ std::vector<Entry> makeMethods() {
             new CvMatchThenEcc(size, cv::MOTION_EUCLIDEAN));
     }
     add("Ours/AffineProblem/AllFree", new OurRefinement());
+    add("Ours/AffineProblem/AllFree/Reference", new OurRefinement(true));
     add("OpenCV/Ecc/Affine", new CvEcc());
     add("Ours/Matcher/Match", new OurMatch(false));
     add("Ours/Matcher/SetSearchAndMatch", new OurMatch(true));
@@ -375,6 +382,7 @@ const Ratio kRatios[] = {
     {"full step, rotation only, 61x61", "Ours/Step/RotateOnly/61",
      "OpenCV/MatchThenEcc/Euclidean/61"},
     {"affine refinement, all free", "Ours/AffineProblem/AllFree", "OpenCV/Ecc/Affine"},
+    {"refinement, reference path", "Ours/AffineProblem/AllFree/Reference", "OpenCV/Ecc/Affine"},
     {"match (images set once)", "Ours/Matcher/Match", "OpenCV/MatchTemplatePeak/71"},
     {"setSearch + match", "Ours/Matcher/SetSearchAndMatch", "OpenCV/MatchTemplatePeak/71"},
 };

@@ -238,3 +238,40 @@ TEST(XformBilinear, SamplesAreTheContractsFloatArithmeticBitForBit) {
         EXPECT_EQ(0, differing) << "trial " << trial;
     }
 }
+
+TEST(XformBilinear, ManyWarpsInOnePassAreEachWarpBitForBit) {
+    // Eleven warps, more than one pass carries: trial warps a small step
+    // apart (most blocks share their pixels), one far off (every block loads
+    // afresh) and one whose positions pass 1e9 (the plain loop's blocks).
+    // Rows of 21 pixels end in an overlapping block.
+    const Rect sb(-20, -16, 47, 41), db(-10, -7, 21, 17);
+    const Image src = testsupport::randomImage<float>(sb, "l", 5);
+    std::mt19937 rng(8);
+    std::uniform_real_distribution<float> turn(-0.1f, 0.1f), shift(-3, 3);
+    const float start[6] = {std::cos(turn(rng)), turn(rng), shift(rng),
+                            turn(rng),           1.02f,     shift(rng)};
+    const int count = 11;
+    float m[count][6];
+    for (int k = 0; k < count; ++k) {
+        std::copy(start, start + 6, m[k]);
+        m[k][k % 6] += 0.001f * float(k + 1);
+    }
+    m[7][2] += 9.5f;
+    m[9][5] = 2e9f;
+    std::vector<std::vector<float>> out(count, std::vector<float>(size_t(db.w) * db.h));
+    float* rows[count];
+    for (int k = 0; k < count; ++k)
+        rows[k] = out[k].data();
+    _bilinearRowsMany<float>(static_cast<const unsigned char*>(src.getBuffer()), sb,
+                             src.getStride(), 1, db, count, m, rows);
+    for (int k = 0; k < count; ++k) {
+        int differing = 0;
+        for (int y = 0; y < db.h; ++y)
+            for (int x = 0; x < db.w; ++x) {
+                const float expected = literalSample(src, db.x + x, db.y + y, m[k]);
+                const float actual = out[k][size_t(y) * db.w + x];
+                differing += std::memcmp(&expected, &actual, sizeof(float)) != 0; // NOLINT
+            }
+        EXPECT_EQ(0, differing) << "warp " << k;
+    }
+}

@@ -423,3 +423,123 @@ TEST(AffineProblem, KeptAndFusedSolveMatchesThePlainOneOnRandomProblems) {
         EXPECT_GT(kept.getIterations(), 0);
     }
 }
+
+namespace {
+
+// A random case with `channels` interleaved channels, each its own texture:
+// the search image is the pattern turned, scaled and shifted about the
+// centre, as in setUp, and the start is a random nearby transform.
+void randomCase(AffineProblem& p, std::mt19937& rng, int channels) {
+    std::uniform_int_distribution<int> size(12, 33);
+    std::uniform_real_distribution<double> unit(-1, 1);
+    const int w = size(rng), h = size(rng);
+    const double angle = 6 * kDegree * unit(rng), scale = 1 + 0.05 * unit(rng);
+    const double sx = 1.5 * unit(rng), sy = 1.5 * unit(rng);
+    std::vector<Texture> tex;
+    tex.reserve(channels);
+    for (int k = 0; k < channels; ++k)
+        tex.emplace_back(unsigned(rng()));
+    const GenPoint<float> anchor(3.25f, -2.5f), centre(40.25f, 17.5f);
+    const GenRect<int> pb(3 - w / 2, -3 - h / 2, w, h);
+    const GenRect<int> sb(pb.x + 37 - 12, pb.y + 20 - 12, w + 24, h + 24);
+    const Format f(channels == 1 ? "l" : "rgb", Orvane::FLOAT, false);
+    Image pattern(pb, f), search(sb, f);
+    float *pp, *sp;
+    pattern.getBuffer(pp);
+    search.getBuffer(sp);
+    const double c = std::cos(angle) / scale, s = std::sin(angle) / scale;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int k = 0; k < channels; ++k)
+                *pp++ = float(tex[k](pb.x + x + 0.5, pb.y + y + 0.5));
+    for (int y = 0; y < sb.h; ++y)
+        for (int x = 0; x < sb.w; ++x) {
+            const double du = sb.x + x + 0.5 - centre.x - sx, dv = sb.y + y + 0.5 - centre.y - sy;
+            for (int k = 0; k < channels; ++k)
+                *sp++ = float(tex[k](anchor.x + c * du + s * dv, anchor.y - s * du + c * dv));
+        }
+    p.setPattern(pattern);
+    p.setSearch(search);
+    p.setAnchor(anchor);
+    p.setCentre(centre);
+    p.setXform(AffineTransform(float(unit(rng)), float(unit(rng)), float(0.03 * unit(rng)),
+                               float(1 + 0.03 * unit(rng)), float(1 + 0.03 * unit(rng)),
+                               float(1 + 0.03 * unit(rng))));
+}
+
+void copySettings(const AffineProblem& from, AffineProblem& to) {
+    to.setPattern(from.getPattern());
+    to.setSearch(from.getSearch());
+    to.setAnchor(from.getAnchor());
+    to.setCentre(from.getCentre());
+    to.setUseTranslation(from.getUseTranslation());
+    to.setUseRotation(from.getUseRotation());
+    to.setUseScale(from.getUseScale());
+    to.setUseStretch(from.getUseStretch());
+    to.setCoarseToFine(from.getCoarseToFine());
+    to.setXform(from.getXform());
+}
+
+// The largest |element| of `v`.
+float largest(const KrGenVector<float>& v) {
+    float m = 0;
+    for (int i = 0; i < v.length(); ++i)
+        m = std::max(m, std::fabs(v(i)));
+    return m;
+}
+
+} // namespace
+
+TEST(AffineProblem, DefaultPathMatchesTheReferencePathOnRandomProblems) {
+    // Every combination of free parameters (none free included), coarse to
+    // fine on and off, one and three channels. One fast problem serves all
+    // cases, so nothing it keeps may leak into the next answer.
+    std::mt19937 rng(4242);
+    AffineProblem fast;
+    for (int c = 0; c < 64; ++c) {
+        const int channels = c & 32 ? 3 : 1;
+        randomCase(fast, rng, channels);
+        fast.setUseTranslation(c & 1);
+        fast.setUseRotation(c & 2);
+        fast.setUseScale(c & 4);
+        fast.setUseStretch(c & 8);
+        fast.setCoarseToFine(c & 16);
+        AffineProblem reference;
+        copySettings(fast, reference);
+        reference.setReferencePath(true);
+        SCOPED_TRACE(testing::Message()
+                     << "case " << c << ": " << channels << " channels "
+                     << fast.getPattern().getBounds().w << "x" << fast.getPattern().getBounds().h);
+
+        // The Jacobian at the start: the samples are the same, so only the
+        // normalisation's rounding, an ulp of a normalised value, can differ,
+        // and the difference quotient magnifies it by 1/0.001.
+        KrGenVector<float> start = fast.initState(), y;
+        KrGenMatrix<float> fastDy, referenceDy;
+        fast.setX(start);
+        fast.evalDy(fastDy);
+        reference.setX(start);
+        reference.evalDy(referenceDy);
+        reference.evalY(y);
+        const float quotientTolerance = 2 * FLT_EPSILON * std::max(1.0f, largest(y)) / 0.001f;
+        ASSERT_EQ(referenceDy.rows(), fastDy.rows());
+        ASSERT_EQ(referenceDy.cols(), fastDy.cols());
+        float worst = 0;
+        for (int j = 0; j < fastDy.cols(); ++j)
+            for (int i = 0; i < fastDy.rows(); ++i)
+                worst = std::max(worst, std::fabs(fastDy(i, j) - referenceDy(i, j)));
+        EXPECT_LE(worst, quotientTolerance);
+
+        fast.execute();
+        reference.execute();
+        EXPECT_EQ(reference.getIterations(), fast.getIterations());
+        EXPECT_EQ(reference.getHalfSizeIterations(), fast.getHalfSizeIterations());
+        EXPECT_NEAR(reference.getResultTx(), fast.getResultTx(), 1e-4);
+        EXPECT_NEAR(reference.getResultTy(), fast.getResultTy(), 1e-4);
+        const AffineTransform &r = reference.getXform(), &t = fast.getXform();
+        const float shape[4][2] = {{r.ro, t.ro}, {r.sc, t.sc}, {r.st0, t.st0}, {r.st1, t.st1}};
+        for (const auto& p : shape)
+            EXPECT_NEAR(p[0], p[1], 1e-5 * std::max(1.0f, std::fabs(p[0])));
+        EXPECT_NEAR(reference.getQuality(), fast.getQuality(), 1e-5);
+    }
+}

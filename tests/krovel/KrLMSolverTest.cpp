@@ -214,3 +214,74 @@ TEST(KrLMSolver, ReportsASingularNormalMatrix) {
     const auto solve = [&] { run(solver, p, {0, 0}, {1, 1}); };
     expectThrows<KrMatrixError>(solve, "inverse: singular matrix");
 }
+
+namespace {
+
+// The first damped step (1 + 0.01 on the diagonal, no trust) solved in
+// double by elimination with partial pivoting, independent of the solver.
+std::vector<double> firstStep(const KrGenMatrix<float>& j, const std::vector<float>& r) {
+    const int n = j.cols();
+    std::vector<std::vector<double>> a(n, std::vector<double>(n + 1, 0.0));
+    for (int p = 0; p < n; ++p) {
+        for (int q = 0; q < n; ++q)
+            for (int i = 0; i < j.rows(); ++i)
+                a[p][q] += double(j(i, p)) * j(i, q);
+        a[p][p] *= 1.01;
+        for (int i = 0; i < j.rows(); ++i)
+            a[p][n] += double(j(i, p)) * r[i];
+    }
+    for (int c = 0; c < n; ++c) {
+        int pivot = c;
+        for (int p = c + 1; p < n; ++p)
+            if (std::fabs(a[p][c]) > std::fabs(a[pivot][c]))
+                pivot = p;
+        std::swap(a[c], a[pivot]);
+        for (int p = 0; p < n; ++p)
+            if (p != c) {
+                const double f = a[p][c] / a[c][c];
+                for (int q = c; q <= n; ++q)
+                    a[p][q] -= f * a[c][q];
+            }
+    }
+    std::vector<double> step(n);
+    for (int c = 0; c < n; ++c)
+        step[c] = a[c][n] / a[c][c];
+    return step;
+}
+
+} // namespace
+
+TEST(KrLMSolver, FirstStepIsTheDampedNormalSolutionInEitherLayout) {
+    // Column counts 1 to 7 (the fixed-count sums and the general one), row
+    // counts that leave every remainder of four, the Jacobian column-major
+    // and row-major.
+    std::mt19937 rng(77);
+    std::uniform_real_distribution<float> value(-1, 1);
+    std::uniform_int_distribution<int> rows(20, 43);
+    for (int nx = 1; nx <= 7; ++nx) {
+        const int ny = rows(rng);
+        KrGenMatrix<float> column(ny, nx, KrGenMatrix<float>::ColumnMajor);
+        std::vector<float> goal(ny), residual(ny);
+        for (int i = 0; i < ny; ++i) {
+            goal[i] = value(rng);
+            residual[i] = goal[i]; // the outputs are zero
+            for (int k = 0; k < nx; ++k)
+                column(i, k) = value(rng);
+        }
+        const std::vector<double> expected = firstStep(column, residual);
+        for (const auto layout : {KrGenMatrix<float>::ColumnMajor, KrGenMatrix<float>::RowMajor}) {
+            Probe p(ny, nx, {std::vector<float>(ny, 0.0f)});
+            p.jacobian = column.copy(layout);
+            PinnedSolver s(2);
+            run(s, p, std::vector<float>(nx, 0.0f), goal);
+            ASSERT_GE(p.states.size(), 2u);
+            double largest = 0;
+            for (double e : expected)
+                largest = std::max(largest, std::fabs(e));
+            // Float sums of about 40 products, then a small solve.
+            for (int k = 0; k < nx; ++k)
+                EXPECT_NEAR(expected[k], p.states[1](k), 1e-4 * largest)
+                    << "nx " << nx << " layout " << layout << " parameter " << k;
+        }
+    }
+}
