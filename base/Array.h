@@ -4,9 +4,10 @@
 
 #include <utility>
 
-/// A growable array that always holds exactly as many slots as elements:
-/// every size change reallocates. The arrays of the model are short (tracks,
-/// keys of one attribute), so simplicity wins over amortised growth.
+/// A growable array that holds exactly as many slots as elements unless
+/// `reserve` made room: every other size change reallocates. The arrays of
+/// the model are short (tracks, keys of one attribute), so simplicity wins
+/// over amortised growth; an owner that grows one key at a time reserves.
 template <class T> class Array {
 public:
     Array() = default;
@@ -29,18 +30,24 @@ public:
     void resize(int n) {
         if (n < 0)
             throw IllegalArgumentException("Array::resize");
-        T* fresh = nullptr;
-        if (n > 0) {
-            // Value-initialised, so new slots of scalar types start at zero.
-            fresh = new T[n]();
-            int keep = count < n ? count : n;
-            for (int i = 0; i < keep; ++i)
-                fresh[i] = std::move(data[i]);
+        if (n > count && n <= capacity) {
+            for (int i = count; i < n; ++i)
+                data[i] = T();
+            count = n;
+            return;
         }
-        delete[] data;
-        data = fresh;
-        capacity = n;
+        reallocate(n);
         count = n;
+    }
+
+    /// Room for `n` elements, so that growing up to `n` reallocates no more;
+    /// the elements and their count stay. Less room than the count is none.
+    void reserve(int n) {
+        if (n <= capacity || n <= count)
+            return;
+        const int keep = count;
+        reallocate(n);
+        count = keep;
     }
 
     T& operator[](int i) {
@@ -101,6 +108,21 @@ public:
     const T* end() const { return data + count; }
 
 protected:
+    // `n` slots, the first elements moved over; the count is the caller's.
+    void reallocate(int n) {
+        T* fresh = nullptr;
+        if (n > 0) {
+            // Value-initialised, so new slots of scalar types start at zero.
+            fresh = new T[n]();
+            int keep = count < n ? count : n;
+            for (int i = 0; i < keep; ++i)
+                fresh[i] = std::move(data[i]);
+        }
+        delete[] data;
+        data = fresh;
+        capacity = n;
+    }
+
     int capacity = 0;
     int count = 0;
     T* data = nullptr;

@@ -99,7 +99,8 @@ void NaiveCorrelator::correlate(Image& out, float& scale) {
     const Format format = pattern.getFormat();
     const int cw = sb.w - pb.w + 1;
     const int ch = sb.h - pb.h + 1;
-    Image surface(GenRect<int>(sb.x - pb.x, sb.y - pb.y, cw, ch), format);
+    const Image& surface =
+        surfaceStore.shape(GenRect<int>(sb.x - pb.x, sb.y - pb.y, cw, ch), format);
 
     const bool direct = format.getDatatype() == Orvane::FLOAT;
     if (!direct)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "image/Image.h"
+#include "image/ImageStore.h"
 
 #include <vector>
 
@@ -12,7 +13,7 @@ public:
     virtual void setPattern(const Orvane::Image& pattern) = 0;
     /// Stores the search image; the image is shared, not copied.
     virtual void setSearch(const Orvane::Image& search) = 0;
-    /// Makes `out` a new surface whose cell (x, y) is the sum of products of
+    /// Makes `out` a surface whose cell (x, y) is the sum of products of
     /// the pattern with the search image displaced by (x, y); the surface's
     /// origin is the search origin minus the pattern origin. `scale` is the
     /// factor the caller divides the surface by.
@@ -39,6 +40,7 @@ public:
     /// shorter than the pattern (equal sizes give a 1 x 1 surface), then
     /// "NaiveCorrelator: only 1 channel supported" unless both images have one
     /// channel; `out` and `scale` are untouched when it throws. `scale` is 1.
+    /// The surface's store is the correlator's: the next call rewrites it.
     void correlate(Orvane::Image& out, float& scale) override;
 
     /// True when correlate() will use the vector kernel on float images.
@@ -53,4 +55,5 @@ private:
     std::vector<float> patternCopy;
     std::vector<float> searchCopy;
     std::vector<float> surfaceCopy;
+    Orvane::ImageStore surfaceStore;
 };

@@ -193,8 +193,8 @@ void ImageSum::onSetImage() {
     }
     const GenRect<int>& b = image.getBounds();
     const Format tableFormat = image.getFormat().withDatatype(Orvane::FLOAT);
-    sums.allocate(b, tableFormat);
-    squares.allocate(b, tableFormat);
+    sums = sumStore.shape(b, tableFormat);
+    squares = squareStore.shape(b, tableFormat);
     if (b.isEmpty())
         return;
     Orvane::switchDatatype(image.getFormat().getDatatype(), "ImageSum: unknown datatype",

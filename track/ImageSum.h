@@ -2,6 +2,7 @@
 
 #include "image/GenRect.h"
 #include "image/Image.h"
+#include "image/ImageStore.h"
 
 /// Statistics of one window of an image: pixel count, sum, sum of squares,
 /// mean (sum / count) and variance (population, divided by count).
@@ -74,8 +75,8 @@ public:
                        float* variance) const override;
 
     /// The tables: float images of the image's bounds and channel layout.
-    /// They are rewritten in place when an image of the same bounds and
-    /// format is set again.
+    /// Their stores are rewritten in place whenever an image is set again,
+    /// and grow only when it is larger than any before.
     const Orvane::Image& getSumTable() const { return sums; }
     const Orvane::Image& getSquareTable() const { return squares; }
 
@@ -85,4 +86,6 @@ protected:
 private:
     Orvane::Image sums;
     Orvane::Image squares;
+    Orvane::ImageStore sumStore;
+    Orvane::ImageStore squareStore;
 };

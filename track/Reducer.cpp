@@ -121,6 +121,16 @@ template <class Kernel> Image reduceWith(const Image& src, Kernel kernel) {
     });
 }
 
+// As reduceWith, into the caller's image.
+template <class Kernel> void reduceInto(const Image& src, const Image& dst, Kernel kernel) {
+    const Orvane::Format& f = src.getFormat();
+    Orvane::switchDatatype(f.getDatatype(), "src datatype unknown", [&](auto s) {
+        const RGBPositions c = rgbPositions(f);
+        if (hasPixels(src))
+            kernel(s, src, dst, c);
+    });
+}
+
 // Allocating an image of an unknown datatype would fail on its sample size
 // first; report the datatype instead.
 void checkDatatype(const Image& src) {
@@ -137,6 +147,10 @@ Image spread(const Image& src, const Image& reduced) {
 
 } // namespace ReducerKernels
 
+bool Reducer::reduceInto(const Orvane::Image&, const Orvane::Image&) const {
+    return false;
+}
+
 ChannelReducer::ChannelReducer(char channel) : channel(channel) {
     // Validates the letter the way every format lookup will.
     Orvane::Format().getChannel(channel);
@@ -149,6 +163,11 @@ Orvane::Image ChannelReducer::reduce(const Orvane::Image& src) const {
     // matcher expects.
     dst.setFormat(Orvane::Format::mono(Orvane::FLOAT));
     return dst;
+}
+
+bool ChannelReducer::reduceInto(const Orvane::Image& src, const Orvane::Image& dst) const {
+    Orvane::copyChannel(src, dst, ReducerKernels::colourPosition(src.getFormat(), channel), 0);
+    return true;
 }
 
 Orvane::Image ChannelReducer::visualize(const Orvane::Image& src) const {
@@ -178,6 +197,16 @@ Orvane::Image LuminanceReducer::reduce(const Orvane::Image& src) const {
         });
 }
 
+bool LuminanceReducer::reduceInto(const Orvane::Image& src, const Orvane::Image& dst) const {
+    if (src.getFormat().getNumChannels() == 1)
+        return false;
+    ReducerKernels::reduceInto(
+        src, dst, [](auto s, const Orvane::Image& from, const Orvane::Image& to, auto c) {
+            ReducerKernels::_luminance<typename decltype(s)::type>(from, to, c);
+        });
+    return true;
+}
+
 Orvane::Image LuminanceReducer::visualize(const Orvane::Image& src) const {
     return ReducerKernels::spread(src, reduce(src));
 }
@@ -187,6 +216,14 @@ Orvane::Image SaturationReducer::reduce(const Orvane::Image& src) const {
         src, [](auto s, const Orvane::Image& from, const Orvane::Image& to, auto c) {
             ReducerKernels::_saturation<typename decltype(s)::type>(from, to, c);
         });
+}
+
+bool SaturationReducer::reduceInto(const Orvane::Image& src, const Orvane::Image& dst) const {
+    ReducerKernels::reduceInto(
+        src, dst, [](auto s, const Orvane::Image& from, const Orvane::Image& to, auto c) {
+            ReducerKernels::_saturation<typename decltype(s)::type>(from, to, c);
+        });
+    return true;
 }
 
 Orvane::Image SaturationReducer::visualize(const Orvane::Image& src) const {

@@ -24,6 +24,12 @@ public:
 
     /// The reduced image; see the class comment.
     virtual Orvane::Image reduce(const Orvane::Image& src) const = 0;
+    /// Writes what `reduce` gives, converted to float, into `dst`: a
+    /// one-channel float image of the source's bounds that the caller keeps
+    /// from step to step. False, `dst` untouched, for a source or reducer
+    /// that has no such path (the caller then reduces the ordinary way).
+    /// Errors are those of `reduce`.
+    virtual bool reduceInto(const Orvane::Image& src, const Orvane::Image& dst) const;
 
     /// A debug view of what reduce keeps, as a new image in the source's own
     /// bounds and format.
@@ -41,6 +47,7 @@ public:
     char getChannel() const { return channel; }
 
     Orvane::Image reduce(const Orvane::Image& src) const override;
+    bool reduceInto(const Orvane::Image& src, const Orvane::Image& dst) const override;
     /// Zeros everywhere but the chosen channel, which keeps its values.
     Orvane::Image visualize(const Orvane::Image& src) const override;
 
@@ -55,6 +62,9 @@ public:
     /// A one-channel source comes back as the same handle, whatever its
     /// datatype: it already is the luminance.
     Orvane::Image reduce(const Orvane::Image& src) const override;
+    /// A one-channel source has no path in place: `reduce` hands it back in
+    /// its own format.
+    bool reduceInto(const Orvane::Image& src, const Orvane::Image& dst) const override;
     /// The luminance copied into every colour channel, alpha opaque. The
     /// copy maps channels for UB1 sources only (IllegalArgumentException
     /// "only ub1 supported yet" otherwise, for colour sources).
@@ -67,6 +77,7 @@ public:
 class SaturationReducer : public Reducer {
 public:
     Orvane::Image reduce(const Orvane::Image& src) const override;
+    bool reduceInto(const Orvane::Image& src, const Orvane::Image& dst) const override;
     /// As LuminanceReducer::visualize.
     Orvane::Image visualize(const Orvane::Image& src) const override;
 };

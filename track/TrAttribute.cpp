@@ -1,5 +1,7 @@
 #include "track/TrAttribute.h"
 
+#include <algorithm>
+
 namespace {
 
 // a + ((b - a) * num) / den, in that order, per component. The order is part
@@ -95,6 +97,10 @@ template <class T> void TrAttributeImpl<T>::setValue(int frame, const T& v) {
     TrAttributeKey<T> key;
     key.value = v;
     key.frame = frame;
+    // A tracked curve gains a key a frame: doubling the room, from room for
+    // a short shot, keeps that from reallocating every frame.
+    if (keys.getCount() == keys.getCapacity())
+        keys.reserve(std::max(32, 2 * keys.getCount()));
     keys.insert(key, i);
 }
 

@@ -4,6 +4,7 @@
 #include "image/Convert.h"
 #include "image/Copy.h"
 #include "image/Format.h"
+#include "image/ImageStore.h"
 #include "krovel/AffineProblem.h"
 #include "krovel/AffineWarp.h"
 #include "krovel/KrMatrixError.h"
@@ -141,7 +142,6 @@ void TrFollow::begin(int frame, int stepArg) {
     infos.resize(count);
     stopReasons.assign(size_t(count), nullptr);
     stepStatus.assign(size_t(count), TrStepStatus::Lost);
-    searchCache.clear();
     setup();
 }
 
@@ -335,11 +335,60 @@ bool TrFollow::fetchAndWarp(int i, int frame, double growth, TrTrackInfo& info) 
     const Image fetched = checkedShot()->getImage(t, fetchRect, true);
     if (!hasPixels(fetched))
         return stopBecause(i, "its search area holds no pixel of the frame");
-    info.searchRaw = ownedFloat(info.reducer->reduce(fetched), fetched);
-    if (lagRefine)
-        searchCache[frame * 256 + i] = info.searchRaw;
+    reduceSearch(frame, fetched, info);
     warpSearch(warpRect, info);
     return true;
+}
+
+// Reduces the fetched region into one of the record's stores: the frame's
+// cache slot when the lagged refinement will want it back.
+void TrFollow::reduceSearch(int frame, const Image& fetched, TrTrackInfo& info) {
+    Orvane::ImageStore& store = lagRefine ? cacheSearch(frame, info) : info.searchStore;
+    const Image& dst = store.shape(fetched.getBounds(), Orvane::Format::mono(Orvane::FLOAT));
+    if (!info.reducer->reduceInto(fetched, dst)) {
+        // No path in place (hue, a one-channel source): reduce as ever and
+        // keep the result's own bounds and format.
+        const Image reduced = ownedFloat(info.reducer->reduce(fetched), fetched);
+        Orvane::copy(reduced, store.shape(reduced.getBounds(), reduced.getFormat()));
+    }
+    info.searchRaw = store.image();
+}
+
+// A later attempt at the same frame takes the same slot; a new frame the
+// first free one, or one more.
+Orvane::ImageStore& TrFollow::cacheSearch(int frame, TrTrackInfo& info) {
+    TrSearchSlot* free = nullptr;
+    for (TrSearchSlot& slot : info.searchSlots) {
+        if (slot.held && slot.frame == frame)
+            return slot.store;
+        if (!slot.held && free == nullptr)
+            free = &slot;
+    }
+    if (free == nullptr) {
+        info.searchSlots.emplace_back();
+        free = &info.searchSlots.back();
+    }
+    free->frame = frame;
+    free->held = true;
+    return free->store;
+}
+
+bool TrFollow::takeCachedSearch(int frame, TrTrackInfo& info) {
+    for (TrSearchSlot& slot : info.searchSlots) {
+        if (slot.held && slot.frame == frame) {
+            slot.held = false;
+            info.searchRaw = slot.store.image();
+            return true;
+        }
+    }
+    return false;
+}
+
+int TrFollow::getCachedSearchCount(int i) const {
+    int n = 0;
+    for (const TrSearchSlot& slot : infos[i].searchSlots)
+        n += slot.held ? 1 : 0;
+    return n;
 }
 
 void TrFollow::warpSearch(const GenRect<int>& warpRect, TrTrackInfo& info) const {
@@ -353,7 +402,7 @@ void TrFollow::warpSearch(const GenRect<int>& warpRect, TrTrackInfo& info) const
         // itself, it would sample the frame around 2 * position - origin and
         // lose any track that has moved farther than the search margin since
         // the begin frame.
-        info.search = Image(warpRect - shift, info.searchRaw.getFormat());
+        info.search = info.warpStore.shape(warpRect - shift, info.searchRaw.getFormat());
         Orvane::xform_bilinear<float>(info.searchRaw, info.search, info.matrix, info.position,
                                       info.origin);
         return;
@@ -431,9 +480,9 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info) {
     shape.setUseStretch(checkedShot()->getUseStretch(i));
     shape.execute();
 
-    KrGenMatrix<float> m;
-    shape.getMatrix(m);
-    info.matrix = m;
+    // Written into the record's own matrix: a fresh one would cost an
+    // allocation a step.
+    shape.getMatrix(info.matrix);
     info.transform = shape.getXform();
     info.affineOffset = shape.getTranslation();
     info.position = info.position + info.affineOffset;
@@ -537,10 +586,7 @@ bool TrFollow::refineLagged(int i, TrTrackInfo& info, int direction) {
     const GenPoint<double> q = checkedShot()->getPosition(i, float(p));
 
     // A frame the host skipped has no search image; it keeps its keys.
-    auto cached = searchCache.find(p * 256 + i);
-    if (cached != searchCache.end()) {
-        info.searchRaw = cached->second;
-        searchCache.erase(cached);
+    if (takeCachedSearch(p, info)) {
         // Translation only, coarse to fine, as the step's last solve left
         // those two switches.
         AffineProblem& problem = kept(info.shiftProblem);

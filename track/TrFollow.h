@@ -11,7 +11,6 @@
 #include "track/TrShot.h"
 #include "track/TrTrackInfo.h"
 
-#include <map>
 #include <vector>
 
 class AffineProblem;
@@ -41,7 +40,9 @@ enum class TrStepStatus {
 ///
 /// The shot is watched, not owned: every use checks that it still exists.
 /// The feedback observer is not owned either. The driver owns its working
-/// records, their reducers and matchers, and the cached search images.
+/// records, their reducers and matchers, and the cached search images. A
+/// record keeps its working images for the pass, so that after a track's
+/// first steps a step allocates no image.
 class TrFollow {
 public:
     /// No shot, no feedback, begin frame -1, step 1.
@@ -164,9 +165,9 @@ public:
     /// The working records, one per track, for inspection.
     int getInfoCount() const { return infos.getCount(); }
     const TrTrackInfo& getInfo(int i) const { return infos[i]; }
-    /// Reduced search images waiting for the lagged refinement, keyed by
-    /// frame * 256 + track index.
-    const std::map<int, Orvane::Image>& getSearchCache() const { return searchCache; }
+    /// How many reduced search images track `i` keeps for the lagged
+    /// refinement: the frames it has not come back for yet.
+    int getCachedSearchCount(int i) const;
 
 private:
     /// What the attempts at one frame decided.
@@ -188,6 +189,11 @@ private:
     Verdict matchWithRetries(int i, int frame, TrTrackInfo& info);
     bool fetchAndWarp(int i, int frame, double growth, TrTrackInfo& info);
     void warpSearch(const Orvane::GenRect<int>& warpRect, TrTrackInfo& info) const;
+    void reduceSearch(int frame, const Orvane::Image& fetched, TrTrackInfo& info);
+    // The search cache: the store for a frame's reduced search image, and
+    // taking it back (into `searchRaw`) for the lagged refinement.
+    Orvane::ImageStore& cacheSearch(int frame, TrTrackInfo& info);
+    bool takeCachedSearch(int frame, TrTrackInfo& info);
     bool matchAndRefine(int i, TrTrackInfo& info);
     void refineAffine(int i, TrTrackInfo& info);
     Verdict judge(int i, int frame, const dstring& behaviorName, TrTrackInfo& info);
@@ -208,7 +214,6 @@ private:
     int firstFrame = -1;
     int step = 1;
     Array<TrTrackInfo> infos;
-    std::map<int, Orvane::Image> searchCache;
     /// One per record, set where `track` returns false.
     std::vector<const char*> stopReasons;
     /// One per record, set by every `track`.

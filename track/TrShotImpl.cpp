@@ -33,7 +33,7 @@ void TrShotImpl::getTrackRange(bool& hasFirst, float& first, bool& hasLast, floa
 
 Orvane::Image TrShotImpl::getImage(float time, const Orvane::GenRect<int>& rect, bool clip) {
     Orvane::Image frame = requireSequence().getFrame(time);
-    return clip ? frame.clip(rect) : frame;
+    return clip ? clipView.clip(frame, rect) : frame;
 }
 
 void TrShotImpl::checkShotWideIndex(int track) {

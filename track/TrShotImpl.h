@@ -4,6 +4,7 @@
 #include "base/dstring.h"
 #include "image/GenRect.h"
 #include "image/Image.h"
+#include "image/ImageStore.h"
 #include "track/Sequence/TrSequence.h"
 #include "track/TrTrack.h"
 #include "track/TrTrackListShot.h"
@@ -33,6 +34,8 @@ public:
     /// Both flags set; the sequence's first and last frames.
     void getTrackRange(bool& hasFirst, float& first, bool& hasLast, float& last) override;
     /// The sequence's frame at `time`, clipped to `rect` when `clip` is set.
+    /// The clip's view object is reused while the caller holds no earlier
+    /// one, so a tracker fetching a region a step allocates nothing here.
     Orvane::Image getImage(float time, const Orvane::GenRect<int>& rect, bool clip) override;
 
     // Shot-wide, unlike the track's own values that the list shot serves.
@@ -59,6 +62,7 @@ private:
     TrSequence& requireSequence();
 
     Orvane::SmartPtr<TrSequence> sequence;
+    Orvane::ClipView clipView;
     double failureTolerance = 0.8;
     dstring failureBehavior = "stop";
 };

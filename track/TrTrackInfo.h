@@ -2,10 +2,12 @@
 
 #include "image/GenRect.h"
 #include "image/Image.h"
+#include "image/ImageStore.h"
 #include "krovel/AffineTransform.h"
 #include "krovel/KrGenMatrix.h"
 
 #include <memory>
+#include <vector>
 
 class AffineProblem;
 class Matcher;
@@ -15,7 +17,10 @@ class Reducer;
 /// shares its storage as any handle does; copying or assigning another
 /// TrDeepMatrix copies the elements in the source's layout, so a saved step
 /// never shares storage with the working one, which the refinement replaces
-/// and the warp reads.
+/// and the warp reads. Saving and restoring a step allocates nothing once
+/// the thread has done it before: an assignment writes into storage of the
+/// same shape that it alone holds, and a copy takes the storage the last
+/// copy of that shape let go of on the same thread.
 class TrDeepMatrix : public KrGenMatrix<float> {
 public:
     TrDeepMatrix() = default;
@@ -24,6 +29,7 @@ public:
     TrDeepMatrix& operator=(const TrDeepMatrix& other);
     TrDeepMatrix& operator=(TrDeepMatrix&& other) noexcept = default;
     using KrGenMatrix<float>::operator=;
+    ~TrDeepMatrix();
 };
 
 /// The part of a track's working state that one step may change and that
@@ -66,6 +72,15 @@ struct TrStepState {
     int failCount = 0;
 };
 
+/// A reduced search image the lagged refinement will come back for.
+struct TrSearchSlot {
+    /// The frame it was fetched at.
+    int frame = 0;
+    /// False once the refinement took it back: the store is free for reuse.
+    bool held = false;
+    Orvane::ImageStore store;
+};
+
 /// The working state of one track during a pass: the step state, which reads
 /// as the record's own fields, and what lives for the whole pass. The record
 /// owns its reducer and its matcher; it can be moved but not copied.
@@ -90,6 +105,13 @@ struct TrTrackInfo : TrStepState {
     Orvane::Image searchRaw;
     /// Next frame for the lagged refinement.
     int patternFrame = 0;
+    /// The stores behind `searchRaw` and `search`, kept for the pass so that
+    /// a step allocates no image: the frames the lagged refinement still
+    /// needs (usually the last three), the search region when nothing is
+    /// cached, and the warped search image.
+    std::vector<TrSearchSlot> searchSlots;
+    Orvane::ImageStore searchStore;
+    Orvane::ImageStore warpStore;
     /// Made from the track's colour mode at the begin frame.
     std::unique_ptr<Reducer> reducer;
     /// Holds the pattern; made at the begin frame. Declared after the

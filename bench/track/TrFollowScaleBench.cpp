@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -23,7 +22,7 @@ using Orvane::GenRect;
 using Orvane::Image;
 
 // How the cost of a frame grows with the number of tracks: 1, 10, 100 and
-// 1000 tracks on a 1920 x 1080 clip, one thread, rotation refined (the
+// 1000 tracks on a 1920 x 1080 clip through one driver, one thread, rotation refined (the
 // shot's defaults), a 21 x 21 pattern in a 61 x 61 search area. An
 // iteration's time is the thread's CPU time for one frame of every track
 // (the Time column). After the runs the medians are fitted with time per
@@ -39,9 +38,6 @@ const double kTurn = 0.15 * std::acos(-1.0) / 180;
 const double kStepX = 1.5;
 const double kStepY = -0.8;
 const int kMaxTracks = 1000;
-// The driver keys its lagged-refinement cache by frame × 256 + track, so a
-// driver follows at most 256 tracks: more go to further shots and drivers.
-const int kPerDriver = 256;
 const int kCounts[] = {1, 10, 100, 1000};
 
 GenPoint<double> centre() {
@@ -115,67 +111,50 @@ const std::vector<GenPoint<double>>& points() {
     return all;
 }
 
-// n tracks in shots of at most kPerDriver tracks, one driver each.
+// n tracks in one shot, followed by one driver.
 class Rig {
 public:
     explicit Rig(int n) : n(n) {
-        for (int first = 0; first < n; first += kPerDriver) {
-            auto shot = std::make_unique<TrShotImpl>();
-            shot->setSequence(new Clip());
-            auto follow = std::make_unique<TrFollow>();
-            follow->setShot(shot.get());
-            shots.push_back(std::move(shot));
-            follows.push_back(std::move(follow));
-        }
+        shot.setSequence(new Clip());
+        follow.setShot(&shot);
     }
 
     // Places fresh tracks and tracks the begin frame; false when one is lost.
     bool begin() {
-        bool ok = true;
-        for (std::size_t g = 0; g < shots.size(); ++g) {
-            TrShotImpl& shot = *shots[g];
-            shot.clearTracks();
-            for (int k = 0; k < count(g); ++k) {
-                const GenPoint<double>& p = points()[g * kPerDriver + std::size_t(k)];
-                shot.addTrack(p.x, p.y);
-                shot.setPatternRect(k, GenRect<double>(-10.5, -10.5, 21, 21));
-                shot.setSearchRect(k, GenRect<double>(-30.5, -30.5, 61, 61));
-            }
-            follows[g]->begin(1, 1);
-            for (int k = 0; k < count(g); ++k)
-                ok = follows[g]->track(k, 1, 1) && ok;
+        shot.clearTracks();
+        for (int k = 0; k < n; ++k) {
+            const GenPoint<double>& p = points()[std::size_t(k)];
+            shot.addTrack(p.x, p.y);
+            shot.setPatternRect(k, GenRect<double>(-10.5, -10.5, 21, 21));
+            shot.setSearchRect(k, GenRect<double>(-30.5, -30.5, 61, 61));
         }
-        return ok;
+        follow.begin(1, 1);
+        return track(1);
     }
 
     // Every track into frame f; false when one is lost.
     bool track(int f) {
         bool ok = true;
-        for (std::size_t g = 0; g < shots.size(); ++g)
-            for (int k = 0; k < count(g); ++k)
-                ok = follows[g]->track(k, f, 1) && ok;
+        for (int k = 0; k < n; ++k)
+            ok = follow.track(k, f, 1) && ok;
         return ok;
     }
 
     // The largest distance of a keyed position in frame f from the truth.
     double maxError(int f) {
         double worst = 0;
-        for (std::size_t g = 0; g < shots.size(); ++g)
-            for (int k = 0; k < count(g); ++k) {
-                const GenPoint<double> want =
-                    truePosition(points()[g * kPerDriver + std::size_t(k)], f);
-                const GenPoint<double> got = shots[g]->getPosition(k, float(f));
-                worst = std::max(worst, std::hypot(got.x - want.x, got.y - want.y));
-            }
+        for (int k = 0; k < n; ++k) {
+            const GenPoint<double> want = truePosition(points()[std::size_t(k)], f);
+            const GenPoint<double> got = shot.getPosition(k, float(f));
+            worst = std::max(worst, std::hypot(got.x - want.x, got.y - want.y));
+        }
         return worst;
     }
 
 private:
-    int count(std::size_t g) const { return std::min(kPerDriver, n - int(g) * kPerDriver); }
-
     int n;
-    std::vector<std::unique_ptr<TrShotImpl>> shots;
-    std::vector<std::unique_ptr<TrFollow>> follows;
+    TrShotImpl shot;
+    TrFollow follow;
 };
 
 // One iteration is one frame of n tracks, frames 2 to 8 in turn (the lagged

@@ -269,6 +269,38 @@ TEST(Matcher, ScoreAndOffsetMatchADoublePrecisionReference) {
     }
 }
 
+// A matcher keeps its correlation surface and window tables from one search
+// image to the next; over searches of changing sizes and places it must
+// give, bit for bit, what a new matcher gives on each.
+TEST(Matcher, AKeptMatcherAgreesWithAFreshOneOnEverySearch) {
+    std::mt19937 rng(7);
+    std::uniform_int_distribution<int> extra(0, 30), place(-20, 20);
+    for (bool doubles : {false, true}) {
+        const Image pattern = randomImage(GenRect<int>(-5, -5, 11, 9), rng);
+        Matcher kept;
+        if (doubles)
+            kept.setImageSumIntf(new DoubleImageSum());
+        kept.setPattern(pattern);
+        for (int trial = 0; trial < 12; ++trial) {
+            const Image search = randomImage(
+                GenRect<int>(place(rng), place(rng), 11 + extra(rng), 9 + extra(rng)), rng);
+            Matcher fresh;
+            if (doubles)
+                fresh.setImageSumIntf(new DoubleImageSum());
+            fresh.setPattern(pattern);
+            fresh.setSearch(search);
+            Result want;
+            fresh.match(want.offset, want.score);
+            kept.setSearch(search);
+            Result got;
+            kept.match(got.offset, got.score);
+            EXPECT_EQ(want.offset.x, got.offset.x) << trial;
+            EXPECT_EQ(want.offset.y, got.offset.y) << trial;
+            EXPECT_EQ(want.score, got.score) << trial;
+        }
+    }
+}
+
 TEST(Matcher, SubPixelShiftsOfASmoothTextureAreFoundWithinAThirdOfAPixel) {
     std::vector<double> errors;
     for (unsigned seed : {1u, 2u, 3u, 4u}) {

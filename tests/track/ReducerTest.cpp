@@ -1,8 +1,11 @@
 #include "track/Reducer.h"
 
+#include "image/Convert.h"
+#include "image/ImageStore.h"
 #include "track/PCA.h"
 #include "track/TrackImages.h"
 
+#include <cstring>
 #include <memory>
 #include <tuple>
 
@@ -114,6 +117,46 @@ TYPED_TEST(ReducerTyped, MatchIndependentFormulas) {
             EXPECT_EQ(dot, reduceOne(*pca, src, x, y)) << x << "," << y;
         }
     }
+}
+
+// Reducing into a kept store gives the bytes that reducing afresh and
+// converting to float give, whatever the store held before; a reducer or
+// source without that path says so and leaves the store alone.
+TYPED_TEST(ReducerTyped, IntoAKeptStoreEqualsAFreshReduction) {
+    using S = TypeParam;
+    std::mt19937 rng(99);
+    std::uniform_int_distribution<int> side(1, 17);
+    const ChannelReducer green('g');
+    const LuminanceReducer luminance;
+    const SaturationReducer saturation;
+    const Reducer* const reducers[] = {&green, &luminance, &saturation};
+    Orvane::ImageStore store;
+    for (int trial = 0; trial < 5; ++trial) {
+        const Image src = randomImage<S>(GenRect<int>(-3, 4, side(rng), side(rng)), rng, "bgra");
+        for (const Reducer* reducer : reducers) {
+            // Old pixels, NaN, fill more room than this source needs.
+            const Image& old = store.shape(GenRect<int>(0, 0, 20, 20), Format::mono(Orvane::FLOAT));
+            std::memset(old.getBuffer(), 0xff, 20 * 20 * sizeof(float));
+            const Image& into = store.shape(src.getBounds(), Format::mono(Orvane::FLOAT));
+            ASSERT_TRUE(reducer->reduceInto(src, into));
+            const Image want = Orvane::convertToDatatype(reducer->reduce(src), Orvane::FLOAT);
+            const GenRect<int>& b = src.getBounds();
+            for (int y = b.y; y < b.y + b.h; ++y)
+                ASSERT_EQ(0, std::memcmp(at<float>(want, b.x, y), at<float>(into, b.x, y),
+                                         sizeof(float) * std::size_t(b.w)))
+                    << trial << " row " << y;
+        }
+    }
+    const Image grey = randomImage<S>(GenRect<int>(0, 0, 3, 3), rng, "l");
+    const Image& untouched = store.shape(GenRect<int>(0, 0, 3, 3), Format::mono(Orvane::FLOAT));
+    std::memset(untouched.getBuffer(), 0x11, 9 * sizeof(float));
+    EXPECT_FALSE(luminance.reduceInto(grey, untouched));
+    const std::unique_ptr<PCAReducer> pca(
+        PCAReducer::setupPCA(randomImage<S>(GenRect<int>(0, 0, 3, 3), rng, "bgra")));
+    EXPECT_FALSE(pca->reduceInto(randomImage<S>(GenRect<int>(0, 0, 3, 3), rng, "bgra"), untouched));
+    unsigned char bytes[9 * sizeof(float)];
+    std::memset(bytes, 0x11, sizeof bytes);
+    EXPECT_EQ(0, std::memcmp(bytes, untouched.getBuffer(), sizeof bytes));
 }
 
 TEST(PCA, AxisOfTwoColoursFollowsTheirDifference) {
