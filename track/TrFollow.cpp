@@ -13,6 +13,7 @@
 #include "track/Reducer.h"
 #include "track/TrFeedback.h"
 #include "track/TrModes.h"
+#include "track/TrTexture.h"
 
 #include <algorithm>
 #include <cmath>
@@ -204,7 +205,7 @@ bool TrFollow::track(int i, int frame, int direction) {
     if (feedback && feedback->isCancelled())
         return stopBecause(i, "the pass was cancelled");
     if (frame == beginFrame && !captureAtBegin(i, info))
-        return stopBecause(i, "its pattern lies outside the frame");
+        return false;
     if (info.matcher == nullptr || info.reducer == nullptr)
         return stopBecause(i, "its pattern lies outside the frame");
 
@@ -239,7 +240,13 @@ bool TrFollow::captureAtBegin(int i, TrTrackInfo& info) {
     // A pattern outside the frame leaves nothing to match: the track stops
     // before anything is keyed.
     if (!capturePattern(i, info))
-        return false;
+        return stopBecause(i, "its pattern lies outside the frame");
+    // A flat pattern matches anywhere nearby and drifts; robust tracking
+    // does not start it, and keys nothing for it.
+    if (robust && !TrTexture::isEnough(info.pattern)) {
+        info.matcher.reset();
+        return stopBecause(i, "too little texture");
+    }
     const float t = float(beginFrame);
     checkedShot()->setPosition(i, t, toDouble(info.origin));
     checkedShot()->setTransform(i, t, info.transform);

@@ -67,7 +67,8 @@ public:
     void setup();
     /// Tracks track `i` into `frame`, going forward for a positive
     /// `direction` and backward otherwise. Returns false when the track is
-    /// to stop: its pattern could not be captured at the begin frame, its
+    /// to stop: its pattern could not be captured at the begin frame (or,
+    /// when robust, holds too little texture, TrTexture), its
     /// search region lies outside the frame, the failure behaviour says so,
     /// the affine refinement raised KrMatrixError, or the pass was
     /// cancelled. Every other exception passes to the caller. An index

@@ -112,6 +112,7 @@ void TrPyTracker::start(int first, int dir) {
         g->shot.setUseStretch(0, settings.stretch);
         g->follow.setShot(&g->shot);
         g->follow.setPreciseSums(settings.preciseSums);
+        g->follow.setRobust(settings.robust);
         groups.push_back(std::move(g));
     }
     lanes.assign(specs.size(), Lane());
@@ -136,6 +137,9 @@ void TrPyTracker::stepGroup(Group& g, int frame, const Orvane::GenRect<int>& bou
         } catch (const Exception& e) {
             reason = e.getMessage().str();
         }
+        // As in the tool: the driver's stop reason, when no error gave one.
+        if (!ok && reason.empty() && g.follow.getStopReason(k) != nullptr)
+            reason = g.follow.getStopReason(k);
         const TrTrackInfo& info = g.follow.getInfo(k);
         // As in the tool: a point outside the frame is no longer a result.
         if (ok && !contains(bounds, info.position.x, info.position.y)) {
@@ -155,6 +159,7 @@ void TrPyTracker::stepGroup(Group& g, int frame, const Orvane::GenRect<int>& bou
         s.y = info.position.y;
         s.score = info.score;
         s.transform = info.transform;
+        s.status = frame == from ? TrStepStatus::Tracked : g.follow.getStepStatus(k);
         lane.pending.push_back(s);
     }
 }

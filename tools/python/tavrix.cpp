@@ -224,15 +224,18 @@ void writeImage(const std::string& path, const py::array& image) {
     Orvane::saveToFile(dstring(path), TrPyFrames::copy(view));
 }
 
-TrRunSettings settingsOf(double tolerance, const std::string& behavior, bool rotate, bool scale,
-                         bool stretch, bool preciseSums) {
+// As the tool has it: robust turns on the driver's robust options, precise
+// sums and scale, unless the caller says otherwise of the last two.
+TrRunSettings settingsOf(double tolerance, const std::string& behavior, bool robust, bool rotate,
+                         std::optional<bool> scale, bool stretch, std::optional<bool> preciseSums) {
     TrRunSettings s;
     s.tolerance = tolerance;
     s.behavior = behavior;
+    s.robust = robust;
     s.rotate = rotate;
-    s.scale = scale;
+    s.scale = scale.value_or(robust);
     s.stretch = stretch;
-    s.preciseSums = preciseSums;
+    s.preciseSums = preciseSums.value_or(robust);
     return s;
 }
 
@@ -250,21 +253,46 @@ int addTrack(Tracker& t, double x, double y, std::pair<int, int> pattern,
     return Using(t)->addTrack(s);
 }
 
+// The status words by track and final frame, as the tool writes them.
+py::array statuses(const TrPyTracker& t) {
+    const auto& results = t.getResults();
+    const int frames = t.getFinalCount();
+    std::vector<std::vector<std::string>> table(results.size(),
+                                                std::vector<std::string>(size_t(frames)));
+    const auto column = [&](int frame) { return (frame - t.getFrom()) * t.getDirection(); };
+    for (size_t i = 0; i < results.size(); ++i) {
+        for (const TrSample& s : results[i].samples)
+            if (column(s.frame) >= 0 && column(s.frame) < frames)
+                table[i][size_t(column(s.frame))] = statusName(s.status);
+        const int k = column(results[i].lostAt);
+        if (results[i].lost && k >= 0 && k < frames)
+            table[i][size_t(k)] = "lost";
+    }
+    using namespace py::literals;
+    const py::array out = py::module_::import("numpy").attr("array")(table, "dtype"_a = "U7");
+    return out.attr("reshape")(py::ssize_t(results.size()), frames).cast<py::array>();
+}
+
 void defineTracking(py::class_<Tracker>& c) {
     using namespace py::literals;
     c.def(py::init([](int width, int height, double tolerance, const std::string& behavior,
-                      bool rotate, bool scale, bool stretch, bool preciseSums) {
+                      bool robust, bool rotate, std::optional<bool> scale, bool stretch,
+                      std::optional<bool> preciseSums) {
               return std::make_unique<Tracker>(
                   width, height,
-                  settingsOf(tolerance, behavior, rotate, scale, stretch, preciseSums));
+                  settingsOf(tolerance, behavior, robust, rotate, scale, stretch, preciseSums));
           }),
           "width"_a, "height"_a, py::kw_only(), "tolerance"_a = 0.8, "behavior"_a = "default",
-          "rotate"_a = true, "scale"_a = false, "stretch"_a = false, "precise_sums"_a = false,
+          "robust"_a = true, "rotate"_a = true, "scale"_a = py::none(), "stretch"_a = false,
+          "precise_sums"_a = py::none(),
           "A tracker of width × height frames. `tolerance` is the score below which a match\n"
           "fails (-1 to 1); `behavior` what a track then does: default, stop, predict,\n"
-          "predictAndKey, dontPredict or useExistingCurve; rotate, scale and stretch free\n"
-          "those parts of the pattern's shape; precise_sums takes double-precision window\n"
-          "sums, for bright, low-contrast footage.");
+          "predictAndKey, dontPredict or useExistingCurve. `robust` (the default, as in\n"
+          "tavrix-track) takes the tracker's robust options and does not start a pattern\n"
+          "with too little texture; False is the designed tracker. rotate, scale and\n"
+          "stretch free those parts of the pattern's shape; precise_sums takes\n"
+          "double-precision window sums, for bright, low-contrast footage. scale and\n"
+          "precise_sums follow `robust` unless given.");
     c.def("add_track", addTrack, "x"_a, "y"_a, py::kw_only(), "pattern"_a = std::make_pair(21, 21),
           "search"_a = std::make_pair(61, 61), "color_mode"_a = "luminance", "name"_a = "",
           "Adds a track at pixel (x, y), origin top-left, pixel centres at +0.5, with its\n"
@@ -320,6 +348,10 @@ void defineResults(py::class_<Tracker>& c) {
         },
         "tracks × frames: whether the result was keyed into the track's curve.");
     c.def_property_readonly(
+        "status", [](Tracker& t) { return statuses(*Using(t)); },
+        "tracks × frames: 'tracked' where the match held, 'coasted' where the failure\n"
+        "behaviour carried the track on, 'lost' at the frame it was lost at, '' elsewhere.");
+    c.def_property_readonly(
         "tracked",
         [](Tracker& t) {
             return perSample<bool>(*Using(t), 1, false,
@@ -348,7 +380,9 @@ void defineResults(py::class_<Tracker>& c) {
                 out.push_back(r.reason);
             return out;
         },
-        "One per track: the library's text when an error ended it, else empty.");
+        "One per track: why it was lost, as tavrix-track reports it: the tracker's\n"
+        "reason, the library's text when an error ended it, or 'left the frame'; empty\n"
+        "when it was not lost.");
 }
 
 void defineTracker(py::module_& m) {

@@ -64,6 +64,9 @@ std::string onOff(bool on) {
     return on ? "on" : "off";
 }
 
+const char* const kByMode = "on with --robust, off with --design";
+const int kMaxDetect = 10000;
+
 // One row of the command line: its names, the placeholder of its value (null
 // for a switch, which takes none), its help, what it does, and optionally
 // the default it shows (read from a default TrCommandOptions) and the names
@@ -116,6 +119,25 @@ const Option kOptions[] = {
          return std::to_string(d.searchWidth) + "x" + std::to_string(d.searchHeight);
      },
      nullptr},
+    {"--detect", nullptr, "N",
+     "place N tracks on the strongest corners of the first frame of the pass, at least the "
+     "pattern's larger side apart, the search size in from every edge and each with enough "
+     "texture; write them to --detect-out for --tracks to read back (edited or not), then "
+     "track them",
+     [](Parsing& p, const Given& g) {
+         p.o.detect = TrNumbers::parseInt(g.value, g.name);
+         if (p.o.detect < 1 || p.o.detect > kMaxDetect)
+             fail(g.name + ": must lie between 1 and " + std::to_string(kMaxDetect) + ", got \"" +
+                  g.value + "\"");
+     },
+     nullptr, nullptr},
+    {"--detect-out", nullptr, "FILE.json", "the track file --detect writes",
+     [](Parsing& p, const Given& g) {
+         if (!endsWith(g.value, ".json"))
+             fail(g.name + ": the file must end in .json, got \"" + g.value + "\"");
+         p.o.detectOut = g.value;
+     },
+     nullptr, nullptr},
     {"--color-mode", nullptr, "MODE", "what the tracks are matched on:",
      [](Parsing& p, const Given& g) {
          if (!isColorMode(g.value))
@@ -126,6 +148,16 @@ const Option kOptions[] = {
      [](const TrCommandOptions& d) { return d.colorMode; }, colorModes},
 
     {nullptr, nullptr, nullptr, "Tracking:", nullptr, nullptr, nullptr},
+    {"--robust", nullptr, nullptr,
+     "robust tracking, the default: the tracker's robust options, double-precision window "
+     "sums and a free scale; a pattern with too little texture is not started (it is lost at "
+     "the first frame), and the results have a status column",
+     [](Parsing& p, const Given&) { p.o.robust = true; }, nullptr, nullptr},
+    {"--design", nullptr, nullptr,
+     "the designed tracker exactly: no robust options, single-precision window sums, no "
+     "scale, and the results without the status column. Wherever they stand, --scale, "
+     "--no-scale, --precise-sums and --no-precise-sums override either mode",
+     [](Parsing& p, const Given&) { p.o.robust = false; }, nullptr, nullptr},
     {"--from", nullptr, "N", "first frame of the pass (default: the sequence's first)",
      [](Parsing& p, const Given& g) {
          p.o.from = TrNumbers::parseInt(g.value, g.name);
@@ -160,10 +192,14 @@ const Option kOptions[] = {
     {"--no-rotate", nullptr, nullptr, "fit no rotation",
      [](Parsing& p, const Given&) { p.o.rotate = false; }, nullptr, nullptr},
     {"--scale", nullptr, nullptr, "fit a uniform scale",
-     [](Parsing& p, const Given&) { p.o.scale = true; },
-     [](const TrCommandOptions& d) { return onOff(d.scale); }, nullptr},
+     [](Parsing& p, const Given&) { p.o.scale = p.o.scaleGiven = true; },
+     [](const TrCommandOptions&) { return std::string(kByMode); }, nullptr},
     {"--no-scale", nullptr, nullptr, "fit no scale",
-     [](Parsing& p, const Given&) { p.o.scale = false; }, nullptr, nullptr},
+     [](Parsing& p, const Given&) {
+         p.o.scale = false;
+         p.o.scaleGiven = true;
+     },
+     nullptr, nullptr},
     {"--stretch", nullptr, nullptr, "fit a stretch",
      [](Parsing& p, const Given&) { p.o.stretch = true; },
      [](const TrCommandOptions& d) { return onOff(d.stretch); }, nullptr},
@@ -171,7 +207,14 @@ const Option kOptions[] = {
      [](Parsing& p, const Given&) { p.o.stretch = false; }, nullptr, nullptr},
     {"--precise-sums", nullptr, nullptr,
      "double-precision window sums (bright, low-contrast footage)",
-     [](Parsing& p, const Given&) { p.o.preciseSums = true; }, nullptr, nullptr},
+     [](Parsing& p, const Given&) { p.o.preciseSums = p.o.preciseSumsGiven = true; },
+     [](const TrCommandOptions&) { return std::string(kByMode); }, nullptr},
+    {"--no-precise-sums", nullptr, nullptr, "single-precision window sums, as designed",
+     [](Parsing& p, const Given&) {
+         p.o.preciseSums = false;
+         p.o.preciseSumsGiven = true;
+     },
+     nullptr, nullptr},
     {"--jobs", "-j", "N",
      "threads the tracks are spread over, results the same for any N; 1 tracks on the main "
      "thread alone. The summary's time per track and frame is the tracking CPU time summed "
@@ -289,6 +332,22 @@ void checkInput(const Parsing& p) {
         fail("--demo places its own tracks; --track and --tracks cannot be used with it");
 }
 
+void checkDetect(const Parsing& p) {
+    const TrCommandOptions& o = p.o;
+    if (!o.detectOut.empty() && o.detect == 0)
+        fail("--detect-out names the file of --detect N, which is not given");
+    if (o.detect == 0)
+        return;
+    if (o.detectOut.empty())
+        fail("--detect needs --detect-out FILE.json to write its tracks to");
+    if (o.demo)
+        fail("--demo places its own tracks; --detect cannot be used with it");
+    if (!p.lineTracks.empty() || !p.trackFiles.empty())
+        fail("--detect places its own tracks; --track and --tracks cannot be used with it");
+    if (o.searchWidth <= o.patternWidth || o.searchHeight <= o.patternHeight)
+        fail("the search area must be larger than the pattern");
+}
+
 // A track file of ours, or of a package the format table reads; the latter's
 // positions wait for the frame size.
 std::vector<TrTrackSpec> readTracks(Parsing& p, const std::string& file, int firstNumber) {
@@ -329,7 +388,7 @@ void gatherTracks(Parsing& p) {
                 fail("--track: the name \"" + spec.name + "\" is already taken by a track file");
         tracks.push_back(spec);
     }
-    if (!p.o.demo && tracks.empty())
+    if (!p.o.demo && p.o.detect == 0 && tracks.empty())
         fail("no tracks: give --track X,Y or --tracks FILE.json");
 }
 
@@ -460,6 +519,7 @@ TrCommandOptions TrCommandOptions::parse(const std::vector<std::string>& args) {
     if (o.help || o.version)
         return o;
     checkInput(p);
+    checkDetect(p);
     checkExport(o);
     gatherTracks(p);
     completeTracks(o);

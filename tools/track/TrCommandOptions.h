@@ -33,10 +33,23 @@ struct TrCommandOptions {
     int to = 0;
     double tolerance = 0.8;
     std::string behavior = "default";
+    /// --robust (the default) or --design: the driver's robust options,
+    /// double-precision window sums, a free scale and the status column, or
+    /// the designed tracker and today's results layout.
+    bool robust = true;
     bool rotate = true;
+    /// As given by --scale / --no-scale and --precise-sums /
+    /// --no-precise-sums; the `…Given` flags say whether they were, and
+    /// useScale() and usePreciseSums() fall back on the mode when not.
     bool scale = false;
+    bool scaleGiven = false;
     bool stretch = false;
     bool preciseSums = false;
+    bool preciseSumsGiven = false;
+    /// --detect: tracks placed on this many corners of the first frame of
+    /// the pass (0: none), written to `detectOut` before they are tracked.
+    int detect = 0;
+    std::string detectOut;
     /// Threads that follow the tracks; 0 for one per core.
     int jobs = 0;
     /// Results file (.csv or .json); empty writes CSV to standard output.
@@ -62,6 +75,8 @@ struct TrCommandOptions {
 
     /// True when `out` names a JSON file.
     bool jsonOut() const;
+    bool useScale() const { return scaleGiven ? scale : robust; }
+    bool usePreciseSums() const { return preciseSumsGiven ? preciseSums : robust; }
 
     /// Reads the arguments (without the program name). Options take their
     /// value as the next argument or after "=". Throws

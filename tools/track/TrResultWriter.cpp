@@ -14,8 +14,14 @@ void checkStream(std::ostream& out) {
 
 } // namespace
 
-const char* TrCsvWriter::header() {
-    return "track,frame,x,y,score,keyed,tx,ty,ro,sc,st0,st1";
+void lastPosition(const TrTrackResult& r, double& x, double& y) {
+    x = r.samples.empty() ? r.spec.x : r.samples.back().x;
+    y = r.samples.empty() ? r.spec.y : r.samples.back().y;
+}
+
+const char* TrCsvWriter::header(bool status) {
+    return status ? "track,frame,x,y,score,keyed,status,tx,ty,ro,sc,st0,st1"
+                  : "track,frame,x,y,score,keyed,tx,ty,ro,sc,st0,st1";
 }
 
 std::string TrCsvWriter::field(const std::string& text) {
@@ -30,17 +36,26 @@ std::string TrCsvWriter::field(const std::string& text) {
     return q + "\"";
 }
 
-std::string TrCsvWriter::row(const std::string& track, const TrSample& s) {
+std::string TrCsvWriter::row(const std::string& track, const TrSample& s, bool status) {
     const AffineTransform& t = s.transform;
     char buf[256];
-    std::snprintf(buf, sizeof buf, ",%d,%.4f,%.4f,%.5f,%d,%.4f,%.4f,%.6f,%.6f,%.6f,%.6f", s.frame,
-                  s.x, s.y, s.score, s.keyed ? 1 : 0, double(t.tx), double(t.ty), double(t.ro),
+    std::snprintf(buf, sizeof buf, ",%d,%.4f,%.4f,%.5f,%d%s%s,%.4f,%.4f,%.6f,%.6f,%.6f,%.6f",
+                  s.frame, s.x, s.y, s.score, s.keyed ? 1 : 0, status ? "," : "",
+                  status ? statusName(s.status) : "", double(t.tx), double(t.ty), double(t.ro),
                   double(t.sc), double(t.st0), double(t.st1));
     return field(track) + buf;
 }
 
+std::string TrCsvWriter::lostRow(const TrTrackResult& r) {
+    double x = 0, y = 0;
+    lastPosition(r, x, y);
+    char buf[128];
+    std::snprintf(buf, sizeof buf, ",%d,%.4f,%.4f,,0,lost,,,,,,", r.lostAt, x, y);
+    return field(r.spec.name) + buf;
+}
+
 void TrCsvWriter::begin(const std::vector<TrTrackResult>&, int, int) {
-    out << header() << '\n';
+    out << header(status) << '\n';
     out.flush();
     checkStream(out);
 }
@@ -48,7 +63,9 @@ void TrCsvWriter::begin(const std::vector<TrTrackResult>&, int, int) {
 void TrCsvWriter::frame(int frame, const std::vector<TrTrackResult>& tracks) {
     for (const TrTrackResult& r : tracks)
         if (!r.samples.empty() && r.samples.back().frame == frame)
-            out << row(r.spec.name, r.samples.back()) << '\n';
+            out << row(r.spec.name, r.samples.back(), status) << '\n';
+        else if (status && r.lost && r.lostAt == frame)
+            out << lostRow(r) << '\n';
     out.flush();
     checkStream(out);
 }
@@ -72,21 +89,36 @@ void TrJsonWriter::begin(const std::vector<TrTrackResult>& tracks, int from, int
     checkStream(out);
 }
 
+void TrJsonWriter::sample(const std::string& track, const TrSample& s) {
+    const AffineTransform& t = s.transform;
+    out << (first ? "\n  " : ",\n  ") << "{\"track\": " << jsonQuote(track)
+        << ", \"frame\": " << s.frame << ", \"x\": " << jsonNumber(s.x)
+        << ", \"y\": " << jsonNumber(s.y) << ", \"score\": " << jsonNumber(s.score)
+        << ", \"keyed\": " << (s.keyed ? "true" : "false");
+    if (status)
+        out << ", \"status\": " << jsonQuote(statusName(s.status));
+    out << ", \"transform\": {\"tx\": " << jsonNumber(t.tx) << ", \"ty\": " << jsonNumber(t.ty)
+        << ", \"ro\": " << jsonNumber(t.ro) << ", \"sc\": " << jsonNumber(t.sc)
+        << ", \"st0\": " << jsonNumber(t.st0) << ", \"st1\": " << jsonNumber(t.st1) << "}}";
+    first = false;
+}
+
+void TrJsonWriter::lostSample(const TrTrackResult& r) {
+    double x = 0, y = 0;
+    lastPosition(r, x, y);
+    out << (first ? "\n  " : ",\n  ") << "{\"track\": " << jsonQuote(r.spec.name)
+        << ", \"frame\": " << r.lostAt << ", \"x\": " << jsonNumber(x)
+        << ", \"y\": " << jsonNumber(y)
+        << ", \"score\": null, \"keyed\": false, \"status\": \"lost\", \"transform\": null}";
+    first = false;
+}
+
 void TrJsonWriter::frame(int frame, const std::vector<TrTrackResult>& tracks) {
-    for (const TrTrackResult& r : tracks) {
-        if (r.samples.empty() || r.samples.back().frame != frame)
-            continue;
-        const TrSample& s = r.samples.back();
-        const AffineTransform& t = s.transform;
-        out << (first ? "\n  " : ",\n  ") << "{\"track\": " << jsonQuote(r.spec.name)
-            << ", \"frame\": " << s.frame << ", \"x\": " << jsonNumber(s.x)
-            << ", \"y\": " << jsonNumber(s.y) << ", \"score\": " << jsonNumber(s.score)
-            << ", \"keyed\": " << (s.keyed ? "true" : "false")
-            << ", \"transform\": {\"tx\": " << jsonNumber(t.tx) << ", \"ty\": " << jsonNumber(t.ty)
-            << ", \"ro\": " << jsonNumber(t.ro) << ", \"sc\": " << jsonNumber(t.sc)
-            << ", \"st0\": " << jsonNumber(t.st0) << ", \"st1\": " << jsonNumber(t.st1) << "}}";
-        first = false;
-    }
+    for (const TrTrackResult& r : tracks)
+        if (!r.samples.empty() && r.samples.back().frame == frame)
+            sample(r.spec.name, r.samples.back());
+        else if (status && r.lost && r.lostAt == frame)
+            lostSample(r);
     out.flush();
     checkStream(out);
 }

@@ -9,12 +9,14 @@
 #include "tools/track/TrLimits.h"
 #include "tools/track/TrNumbers.h"
 #include "tools/track/TrOverlay.h"
+#include "tools/track/TrPlacement.h"
 #include "tools/track/TrProgress.h"
 #include "tools/track/TrResultWriter.h"
 #include "tools/track/TrTrackRun.h"
 #include "track/Sequence/TrDiskSequence.h"
 #include "track/Sequence/TrImageCache.h"
 #include "track/Sequence/TrTestSequence.h"
+#include "track/TrTexture.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -99,6 +101,42 @@ void checkTracks(const Prepared& p) {
                                                std::to_string(p.specs.size())));
 }
 
+// Tracks on the first frame's strongest corners, written where --detect-out
+// says before any is tracked, so that the file is there to edit whatever
+// the pass does.
+void detectTracks(Prepared& p, const Orvane::Image& frame) {
+    TrTrackSpec shape;
+    shape.patternWidth = p.o.patternWidth;
+    shape.patternHeight = p.o.patternHeight;
+    shape.searchWidth = p.o.searchWidth;
+    shape.searchHeight = p.o.searchHeight;
+    shape.colorMode = p.o.colorMode;
+    p.o.tracks = TrPlacement::detect(frame, p.o.detect, shape);
+    if (p.o.tracks.empty())
+        throw IllegalArgumentException(dstring("--detect: no place in frame " +
+                                               std::to_string(p.from) +
+                                               " has enough texture for a track"));
+    writeTrackFile(p.o.detectOut, p.o.tracks);
+    if (!p.o.quiet)
+        std::fprintf(stderr,
+                     "tavrix-track: placed %zu of %d tracks on frame %d, written to \"%s\"\n",
+                     p.o.tracks.size(), p.o.detect, p.from, p.o.detectOut.c_str());
+}
+
+// The robust driver stops a track whose pattern is too flat, and says so as
+// it loses it; the designed one tracks it all the same, so the warning is
+// ours.
+void warnFlatPatterns(const Prepared& p, const Orvane::Image& frame) {
+    if (p.o.robust || p.o.quiet)
+        return;
+    for (const TrTrackSpec& s : p.specs)
+        if (!(TrPlacement::textureOf(frame, s) >= TrTexture::kMinimum))
+            std::fprintf(stderr,
+                         "tavrix-track: track \"%s\" has too little texture at frame %d and may "
+                         "drift\n",
+                         s.name.c_str(), p.from);
+}
+
 // Opens the sequence, reads the first frame of the pass and checks the range
 // and the tracks against it.
 void prepare(Prepared& p) {
@@ -110,10 +148,13 @@ void prepare(Prepared& p) {
     TrImageCache& cache = TrImageCache::getInstance();
     cache.setMaxSize(std::max(cache.getMaxSize(), kCachedFrames * bytes));
     p.o.placeImportedTracks(TrFrameSize{p.bounds.w, p.bounds.h});
+    if (p.o.detect > 0)
+        detectTracks(p, frame);
     p.specs = p.o.demo ? TrDemo::tracks(p.demo(), p.o) : p.o.tracks;
     checkTracks(p);
     TrLimits::check(p.specs, p.bounds, frame.getFormat().getBytesPerPixel(), cache.getMaxSize(),
                     p.from, p.to);
+    warnFlatPatterns(p, frame);
 }
 
 // Tracking threads as asked, one per core by default; frames are decoded on
@@ -131,9 +172,10 @@ TrRunSettings settingsOf(const TrCommandOptions& o) {
     s.tolerance = o.tolerance;
     s.behavior = o.behavior;
     s.rotate = o.rotate;
-    s.scale = o.scale;
+    s.scale = o.useScale();
     s.stretch = o.stretch;
-    s.preciseSums = o.preciseSums;
+    s.preciseSums = o.usePreciseSums();
+    s.robust = o.robust;
     return s;
 }
 
@@ -173,10 +215,11 @@ void configure(Outputs& out, Prepared& p, TrTrackRun& run) {
             throw IllegalArgumentException(dstring("cannot write \"" + o.out + "\""));
     }
     std::ostream& stream = o.out.empty() ? std::cout : out.file;
+    // The status column is the robust layout; --design writes the designed one.
     if (o.jsonOut())
-        out.writer.reset(new TrJsonWriter(stream));
+        out.writer.reset(new TrJsonWriter(stream, o.robust));
     else if (!o.out.empty() || (!o.demo && o.exportPath.empty()))
-        out.writer.reset(new TrCsvWriter(stream));
+        out.writer.reset(new TrCsvWriter(stream, o.robust));
     if (!o.exportPath.empty())
         configureExport(out, p);
     if (!o.overlayDir.empty()) {

@@ -148,3 +148,25 @@ std::string readTrackText(const std::string& path) {
 std::vector<TrTrackSpec> readTrackFile(const std::string& path, int firstNumber) {
     return parseTrackFile(readTrackText(path), path, firstNumber);
 }
+
+std::string formatTrackFile(const std::vector<TrTrackSpec>& tracks) {
+    std::string text = "{\"tracks\": [";
+    for (size_t i = 0; i < tracks.size(); ++i) {
+        const TrTrackSpec& s = tracks[i];
+        text += std::string(i ? ",\n  " : "\n  ") + "{\"name\": " + jsonQuote(s.name) +
+                ", \"position\": [" + jsonNumber(s.x) + ", " + jsonNumber(s.y) +
+                "], \"pattern\": [" + std::to_string(s.patternWidth) + ", " +
+                std::to_string(s.patternHeight) + "], \"search\": [" +
+                std::to_string(s.searchWidth) + ", " + std::to_string(s.searchHeight) +
+                "], \"colorMode\": " + jsonQuote(s.colorMode) + "}";
+    }
+    return text + "]}\n";
+}
+
+void writeTrackFile(const std::string& path, const std::vector<TrTrackSpec>& tracks) {
+    std::ofstream out(path, std::ios::out | std::ios::trunc | std::ios::binary);
+    out << formatTrackFile(tracks);
+    out.flush();
+    if (!out)
+        throw IllegalArgumentException(dstring("cannot write \"" + path + "\""));
+}

@@ -49,3 +49,12 @@ std::string readTrackText(const std::string& path);
 /// As readTrackFile, from text already read; `source` prefixes the messages.
 std::vector<TrTrackSpec> parseTrackFile(const std::string& text, const std::string& source,
                                         int firstNumber = 1);
+
+/// `tracks` as a track file that readTrackFile reads back: every key
+/// written, sizes and colour modes as given (filled in), positions in the
+/// shortest form that reads back exactly.
+std::string formatTrackFile(const std::vector<TrTrackSpec>& tracks);
+
+/// Writes formatTrackFile(tracks) to `path`; throws IllegalArgumentException
+/// "cannot write \"<path>\"" when it cannot.
+void writeTrackFile(const std::string& path, const std::vector<TrTrackSpec>& tracks);

@@ -29,6 +29,18 @@ bool contains(const Orvane::GenRect<int>& r, const Orvane::GenPoint<float>& p) {
 
 } // namespace
 
+const char* statusName(TrStepStatus status) {
+    switch (status) {
+    case TrStepStatus::Tracked:
+        return "tracked";
+    case TrStepStatus::Coasted:
+        return "coasted";
+    case TrStepStatus::Lost:
+        return "lost";
+    }
+    return "lost";
+}
+
 int placeTrack(TrShotImpl& shot, const TrTrackSpec& s) {
     const int k = shot.getTrackCount();
     shot.addTrack(s.x, s.y);
@@ -118,6 +130,7 @@ TrTrackRun::TrTrackRun(TrSequence* sequence, const std::vector<TrTrackSpec>& spe
         worker.shot.setUseScale(0, settings.scale);
         worker.shot.setUseStretch(0, settings.stretch);
         worker.follow.setPreciseSums(settings.preciseSums);
+        worker.follow.setRobust(settings.robust);
     }
 }
 
@@ -132,6 +145,7 @@ int TrTrackRun::getLostCount() const {
 
 void TrTrackRun::start(int from, int to) {
     direction = to >= from ? 1 : -1;
+    beginFrame = from;
     lanes.assign(results.size(), Lane());
     alive.assign(results.size(), false);
     for (int w = 0; w < pool->getWorkerCount(); ++w)
@@ -189,6 +203,11 @@ void TrTrackRun::step(int frame, std::vector<Orvane::Image>& copies,
         s.y = info.position.y;
         s.score = info.score;
         s.transform = info.transform;
+        // The pattern is cut from the begin frame: it is tracked there by
+        // definition, whatever its match scored.
+        s.status = frame == beginFrame
+                       ? TrStepStatus::Tracked
+                       : pool->followOf(int(i)).getStepStatus(pool->localIndex(int(i)));
         lane.pending.push_back(s);
     }
 }

@@ -5,6 +5,7 @@
 #include "krovel/AffineTransform.h"
 #include "tools/track/TrTrackFile.h"
 #include "tools/track/TrWorkerPool.h"
+#include "track/TrFollow.h"
 
 #include <chrono>
 #include <cstdio>
@@ -19,7 +20,9 @@ class TrSequence;
 /// One track's result at one frame. `keyed` tells whether the tracker wrote
 /// the position into the track's curve; when it did not (the match scored
 /// below the tolerance and the frame was predicted), position, score and
-/// transform are the tracker's own estimate.
+/// transform are the tracker's own estimate. `status` is the driver's word
+/// on the step: tracked (the match held) or coasted (the failure behaviour
+/// carried the track on); the frame a track is lost at has no sample.
 struct TrSample {
     int frame = 0;
     double x = 0;
@@ -27,7 +30,11 @@ struct TrSample {
     double score = 0;
     bool keyed = false;
     AffineTransform transform;
+    TrStepStatus status = TrStepStatus::Tracked;
 };
+
+/// "tracked", "coasted" or "lost": the status column's words.
+const char* statusName(TrStepStatus status);
 
 /// A track's results so far, in pass order, and whether it was lost.
 struct TrTrackResult {
@@ -105,6 +112,9 @@ struct TrRunSettings {
     bool stretch = false;
     /// Double-precision window sums.
     bool preciseSums = false;
+    /// The driver's robust mode (TrFollow::setRobust), which also leaves a
+    /// pattern with too little texture unstarted.
+    bool robust = false;
 };
 
 /// Runs one tracking pass over a sequence: places the tracks on shots of
@@ -207,6 +217,7 @@ private:
     std::vector<TrTrackResult> results;
     std::vector<Lane> lanes;
     int direction = 1;
+    int beginFrame = 0;
     int nextFrame = 0;
     int lastDone = 0;
     bool anyDone = false;

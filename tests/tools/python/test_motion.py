@@ -19,7 +19,8 @@ def tracker_for(clip, **settings):
 
 
 def test_follows_known_motion_within_a_twentieth_of_a_pixel(clip):
-    t = tracker_for(clip)
+    # The designed tracker, which fits no scale.
+    t = tracker_for(clip, robust=False)
     t.track(clip.frames(), start=10)
     assert list(t.frames) == list(range(10, 10 + clip.count))
     for i, point in enumerate(POINTS):

@@ -45,7 +45,7 @@ def test_results_equal_the_tools_json_to_the_last_bit(tmp_path, plate, backward)
               (6.5, 50.5, "blue")]
     args = [pattern, "--from", str(first), "--to", str(last), "--pattern", "15x15",
             "--search", "31x31", "--behavior", "predict", "--tolerance", "0.9", "--scale",
-            "--out", str(tmp_path / "r.json")]
+            "--design", "--out", str(tmp_path / "r.json")]
     spec = {"tracks": [{"name": f"t{i}", "position": [x, y], "colorMode": mode}
                        for i, (x, y, mode) in enumerate(tracks)]}
     (tmp_path / "tracks.json").write_text(json.dumps(spec))
@@ -53,7 +53,8 @@ def test_results_equal_the_tools_json_to_the_last_bit(tmp_path, plate, backward)
     expected = json.loads((tmp_path / "r.json").read_text())
 
     frames = tavrix.read_sequence(pattern, first, last)
-    t = tavrix.Tracker(96, 80, tolerance=0.9, behavior="predict", scale=True)
+    # The designed tracker and layout: one sample per frame followed.
+    t = tavrix.Tracker(96, 80, tolerance=0.9, behavior="predict", scale=True, robust=False)
     for i, (x, y, mode) in enumerate(tracks):
         t.add_track(x, y, pattern=(15, 15), search=(31, 31), color_mode=mode, name=f"t{i}")
     t.track(frames, start=first, backward=backward)

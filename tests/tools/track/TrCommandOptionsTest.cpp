@@ -215,3 +215,62 @@ TEST(TrCommandOptions, ShortFormsSwitchesAndTheEndOfOptions) {
     for (const auto& c : cases)
         expectThrows<IllegalArgumentException>([&] { parse(c.line); }, c.message);
 }
+
+// Robust is the default and the last mode given wins; the scale and sums
+// switches override the mode wherever they stand.
+TEST(TrCommandOptions, ModesAndTheSwitchesThatOverrideThem) {
+    const struct {
+        const char* line;
+        bool robust, scale, preciseSums;
+    } cases[] = {
+        {"", true, true, true},
+        {"--design", false, false, false},
+        {"--design --robust", true, true, true},
+        {"--robust --design", false, false, false},
+        {"--no-scale", true, false, true},
+        {"--no-precise-sums --design --robust", true, true, false},
+        {"--scale --design", false, true, false},
+        {"--design --precise-sums --no-scale", false, false, true},
+    };
+    for (const auto& c : cases) {
+        const TrCommandOptions o = parse(std::string("a#.png --track 1,1 ") + c.line);
+        EXPECT_EQ(std::make_tuple(c.robust, c.scale, c.preciseSums),
+                  std::make_tuple(o.robust, o.useScale(), o.usePreciseSums()))
+            << c.line;
+    }
+    const std::string usage = unwrapped(TrCommandOptions::usage());
+    EXPECT_EQ(2, [&] {
+        int n = 0;
+        for (size_t at = usage.find("(default on with --robust, off with --design)");
+             at != std::string::npos;
+             at = usage.find("(default on with --robust, off with --design)", at + 1))
+            ++n;
+        return n;
+    }()) << usage;
+}
+
+TEST(TrCommandOptions, DetectTakesACountAndAFileAndNoOtherTracks) {
+    const TrCommandOptions o = parse("a#.png --detect 50 --detect-out d.json");
+    EXPECT_EQ(std::make_tuple(50, std::string("d.json"), size_t(0)),
+              std::make_tuple(o.detect, o.detectOut, o.tracks.size()));
+    const struct {
+        const char* line;
+        const char* message;
+    } cases[] = {
+        {"a#.png --detect 5", "--detect needs --detect-out FILE.json to write its tracks to"},
+        {"a#.png --track 1,1 --detect-out d.json",
+         "--detect-out names the file of --detect N, which is not given"},
+        {"a#.png --detect 0 --detect-out d.json",
+         "--detect: must lie between 1 and 10000, got \"0\""},
+        {"a#.png --detect 5 --detect-out d.txt",
+         "--detect-out: the file must end in .json, got \"d.txt\""},
+        {"a#.png --detect 5 --detect-out d.json --track 1,1",
+         "--detect places its own tracks; --track and --tracks cannot be used with it"},
+        {"--demo --detect 5 --detect-out d.json",
+         "--demo places its own tracks; --detect cannot be used with it"},
+        {"a#.png --detect 5 --detect-out d.json --pattern 41x41 --search 41x61",
+         "the search area must be larger than the pattern"},
+    };
+    for (const auto& c : cases)
+        expectThrows<IllegalArgumentException>([&] { parse(c.line); }, c.message);
+}

@@ -75,3 +75,49 @@ TEST(TrJsonWriter, WritesAWellFormedDocumentWithTheLostTracks) {
         }
     }
 }
+
+// The status layout: a column after keyed, and a last row for a lost track
+// at the position it had, with nothing measured.
+TEST(TrCsvWriter, StatusLayoutGivesEachRowItsStatusAndALostRow) {
+    std::ostringstream out;
+    TrCsvWriter writer(out, true);
+    const std::string rest = ",0.2500,-0.5000,0.125000,1.500000,0.750000,1.250000";
+    EXPECT_EQ("track,frame,x,y,score,keyed,status,tx,ty,ro,sc,st0,st1\n"
+              "\"a,\"\"b\"\"\",5,10.5000,20.2500,0.98750,1,tracked" +
+                  rest + "\n2,5,30.0000,40.0000,0.98750,0,tracked" + rest +
+                  "\n\"a,\"\"b\"\"\",6,11.5000,21.2500,0.98750,1,tracked" + rest +
+                  "\n2,6,30.0000,40.0000,,0,lost,,,,,,\n",
+              feed(writer, out, true));
+    TrSample coasted = sample(7, 1, 2, false);
+    coasted.status = TrStepStatus::Coasted;
+    EXPECT_EQ("t,7,1.0000,2.0000,0.98750,0,coasted" + rest, TrCsvWriter::row("t", coasted, true));
+    // Lost at its first frame, a track is where it was placed.
+    TrTrackResult r;
+    r.spec.name = "f";
+    r.spec.x = 12.25;
+    r.spec.y = 7.5;
+    r.lost = true;
+    r.lostAt = 3;
+    EXPECT_EQ("f,3,12.2500,7.5000,,0,lost,,,,,,", TrCsvWriter::lostRow(r));
+}
+
+TEST(TrJsonWriter, StatusLayoutAddsStatusAndALostSample) {
+    std::ostringstream out;
+    TrJsonWriter writer(out, true);
+    const TrJsonValue doc = parseJson(feed(writer, out, true));
+    const TrJsonValue& samples = doc.members[3].second;
+    ASSERT_EQ(4u, samples.items.size());
+    std::vector<std::string> keys;
+    for (const auto& m : samples.items[0].members)
+        keys.push_back(m.first);
+    EXPECT_EQ(std::vector<std::string>(
+                  {"track", "frame", "x", "y", "score", "keyed", "status", "transform"}),
+              keys);
+    EXPECT_EQ("tracked", samples.items[0].members[6].second.text);
+    const auto& lost = samples.items[3].members;
+    EXPECT_EQ(std::make_tuple(std::string("2"), 6.0, 30.0, 40.0, TrJsonValue::Null, false,
+                              std::string("lost"), TrJsonValue::Null),
+              std::make_tuple(lost[0].second.text, lost[1].second.number, lost[2].second.number,
+                              lost[3].second.number, lost[4].second.kind, lost[5].second.boolean,
+                              lost[6].second.text, lost[7].second.kind));
+}

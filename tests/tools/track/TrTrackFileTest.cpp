@@ -71,3 +71,32 @@ TEST(TrTrackFile, ReadingStopsAtTheLimitAndNamesWhatCannotBeRead) {
     expectThrows<IllegalArgumentException>([] { readTrackFile("/"); }, "/: cannot be read");
     EXPECT_EQ("", readTrackText("/dev/null"));
 }
+
+// What formatTrackFile writes reads back exactly, awkward names and
+// positions that have no short decimal form included.
+TEST(TrTrackFile, WrittenFilesReadBackExactly) {
+    std::vector<TrTrackSpec> specs(3);
+    const char* names[] = {"1", "a \"quoted\"\\name", "\xc3\xa9t\xc3\xa9"};
+    for (size_t i = 0; i < specs.size(); ++i) {
+        TrTrackSpec& s = specs[i];
+        s.name = names[i];
+        s.x = 0.1 + 0.2 + double(i) * 1000.25;
+        s.y = 1.0 / 3 + double(i);
+        s.patternWidth = 21 + int(i);
+        s.patternHeight = 15;
+        s.searchWidth = 61;
+        s.searchHeight = 41 + 2 * int(i);
+        s.colorMode = i == 1 ? "hue" : "luminance";
+    }
+    const std::vector<TrTrackSpec> back = parseTrackFile(formatTrackFile(specs), "t.json");
+    ASSERT_EQ(specs.size(), back.size());
+    for (size_t i = 0; i < specs.size(); ++i) {
+        const TrTrackSpec &a = specs[i], &b = back[i];
+        EXPECT_EQ(std::make_tuple(a.name, a.x, a.y, a.patternWidth, a.patternHeight, a.searchWidth,
+                                  a.searchHeight, a.colorMode),
+                  std::make_tuple(b.name, b.x, b.y, b.patternWidth, b.patternHeight, b.searchWidth,
+                                  b.searchHeight, b.colorMode));
+    }
+    expectThrows<IllegalArgumentException>([&] { writeTrackFile("/nonexistent/t.json", specs); },
+                                           "cannot write \"/nonexistent/t.json\"");
+}
