@@ -624,12 +624,8 @@ void TrFollow::refineGuarded(int i, int frame, TrTrackInfo& info, int direction)
     while (std::abs(frame - info.patternFrame) >= 2) {
         const int p = info.patternFrame;
         info.patternFrame += direction;
-        auto cached = searchCache.find(p * 256 + i);
-        if (cached == searchCache.end())
-            continue;
-        info.searchRaw = cached->second;
-        searchCache.erase(cached);
-        refineGuardedAt(i, p, info, direction);
+        if (takeCachedSearch(p, info))
+            refineGuardedAt(i, p, info, direction);
     }
 }
 
