@@ -143,47 +143,59 @@ TEST(TavrixTrackModes, DesignIsTheDesignedRunAndRobustTheRobustOne) {
     EXPECT_TRUE(runCsv(pattern, specs, TrRunSettings(), false) == readText(dir / "r.csv"));
 }
 
-// Under predictAndKey with a tolerance no match reaches, the first frame is
-// tracked, the next five coasted (keyed all the same), and the sixth
-// failure loses the track: a last row at the position it had.
+// With a tolerance no match reaches before the content lands on whole
+// pixels again (frame 11, where a match scores exactly 1), the first frame
+// is tracked and the failures after it coast, keyed under predictAndKey;
+// under "stop" the first failure loses the track: a last row, unkeyed, at
+// the position it had, without score or shape.
 TEST(TavrixTrackModes, StatusColumnSaysTrackedCoastedAndLost) {
     TempDir dir;
     movingplate::writePlate(dir, 160, 120, 1, 9);
-    const ToolRun r =
-        runTool({dir / "plate.####.png", "--quiet", "--track", "60.5,60.5", "--behavior",
-                 "predictAndKey", "--tolerance", "1", "--out", dir / "r.csv"});
-    ASSERT_EQ(0, r.status) << r.err;
-    const std::vector<std::string> rows = lines(readText(dir / "r.csv"));
-    ASSERT_EQ(8u, rows.size()) << readText(dir / "r.csv");
-    EXPECT_EQ("track,frame,x,y,score,keyed,status,tx,ty,ro,sc,st0,st1", rows[0]);
-    std::vector<std::string> status, keyed;
-    for (size_t k = 1; k < rows.size(); ++k) {
-        const std::vector<std::string> f = fields(rows[k]);
-        ASSERT_EQ(13u, f.size()) << rows[k];
-        EXPECT_EQ(std::to_string(k), f[1]);
-        keyed.push_back(f[5]);
-        status.push_back(f[6]);
-    }
-    EXPECT_EQ(std::vector<std::string>(
-                  {"tracked", "coasted", "coasted", "coasted", "coasted", "coasted", "lost"}),
-              status);
-    EXPECT_EQ(std::vector<std::string>({"1", "1", "1", "1", "1", "1", "0"}), keyed);
-    const std::vector<std::string> before = fields(rows[6]), lost = fields(rows[7]);
+    const auto run = [&](const char* behavior, const std::string& out) {
+        const ToolRun r = runTool({dir / "plate.####.png", "--quiet", "--track", "60.5,60.5",
+                                   "--behavior", behavior, "--tolerance", "1", "--out", out});
+        EXPECT_EQ(0, r.status) << r.err;
+        return lines(readText(out));
+    };
+    const auto column = [](const std::vector<std::string>& rows, size_t c) {
+        std::vector<std::string> values;
+        for (size_t k = 1; k < rows.size(); ++k) {
+            const std::vector<std::string> f = fields(rows[k]);
+            EXPECT_EQ(13u, f.size()) << rows[k];
+            EXPECT_EQ(std::to_string(k), f[1]);
+            values.push_back(f.size() > c ? f[c] : "");
+        }
+        return values;
+    };
+    const std::vector<std::string> coasting = run("predictAndKey", dir / "c.csv");
+    ASSERT_EQ(10u, coasting.size()) << readText(dir / "c.csv");
+    EXPECT_EQ("track,frame,x,y,score,keyed,status,tx,ty,ro,sc,st0,st1", coasting[0]);
+    std::vector<std::string> expected(9, "coasted");
+    expected.front() = "tracked";
+    EXPECT_EQ(expected, column(coasting, 6));
+    EXPECT_EQ(std::vector<std::string>(9, "1"), column(coasting, 5));
+
+    const std::vector<std::string> stopped = run("stop", dir / "s.csv");
+    ASSERT_EQ(3u, stopped.size()) << readText(dir / "s.csv");
+    EXPECT_EQ(std::vector<std::string>({"tracked", "lost"}), column(stopped, 6));
+    EXPECT_EQ(std::vector<std::string>({"1", "0"}), column(stopped, 5));
+    const std::vector<std::string> before = fields(stopped[1]), lost = fields(stopped[2]);
     EXPECT_EQ(std::vector<std::string>({before[2], before[3], "", "", "", "", "", ""}),
               std::vector<std::string>(
                   {lost[2], lost[3], lost[4], lost[7], lost[8], lost[9], lost[10], lost[12]}));
 
     // The JSON says the same, its lost sample with null for what it lacks.
     ASSERT_EQ(0, runTool({dir / "plate.####.png", "--quiet", "--track", "60.5,60.5", "--behavior",
-                          "predictAndKey", "--tolerance", "1", "--out", dir / "r.json"})
+                          "stop", "--tolerance", "1", "--out", dir / "r.json"})
                      .status);
     const TrJsonValue doc = parseJson(readText(dir / "r.json"));
     const TrJsonValue& samples = doc.members[3].second;
-    ASSERT_EQ(7u, samples.items.size());
+    ASSERT_EQ(2u, samples.items.size());
+    const char* statuses[] = {"tracked", "lost"};
     for (size_t k = 0; k < samples.items.size(); ++k) {
         const auto& m = samples.items[k].members;
         ASSERT_EQ("status", m[6].first);
-        EXPECT_EQ(status[k], m[6].second.text);
+        EXPECT_EQ(statuses[k], m[6].second.text);
     }
     const auto& last = samples.items.back().members;
     EXPECT_EQ(TrJsonValue::Null, last[4].second.kind);
