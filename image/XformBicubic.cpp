@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "image/DatatypeSwitch.h"
+#include "image/XformFloor.h"
 
 #include <immintrin.h>
 
@@ -27,25 +28,8 @@ struct Cell {
 // beyond the edge the edge pixel repeats. Positions far outside, and NaN,
 // saturate before the integer conversion and clamp like any other.
 inline Cell resolve(float s, int origin, int64_t last) {
-    float fl;
     int64_t i;
-    if (s > -1e9f && s < 1e9f) {
-        // floor() by truncation: exact below 2^23, and whole above it.
-        i = static_cast<int64_t>(s);
-        fl = static_cast<float>(i);
-        if (fl > s) {
-            fl -= 1.0f;
-            --i;
-        }
-    } else {
-        fl = std::floor(s);
-        if (!(fl > -1e9f))
-            i = -1000000000;
-        else if (fl > 1e9f)
-            i = 1000000000;
-        else
-            i = static_cast<int64_t>(fl);
-    }
+    const float fl = saturatingFloor(s, i);
     i -= origin;
     Cell cell{i, s - fl};
     if (cell.index < 0 || cell.index >= last) {

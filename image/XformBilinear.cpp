@@ -2,6 +2,7 @@
 
 #include "base/Exception.h"
 #include "image/DatatypeSwitch.h"
+#include "image/XformFloor.h"
 
 #include <immintrin.h>
 
@@ -26,26 +27,8 @@ struct Tap {
 // the last (fraction 1). Positions far outside, and NaN, saturate before
 // the integer conversion so they clamp like any other outside position.
 inline Tap resolve(float s, int origin, int64_t lastPair) {
-    float fl;
     int64_t i;
-    if (s > -1e9f && s < 1e9f) {
-        // floor() by truncation, without the library call: below 2^23 the
-        // truncated value is exact in float, above it s is whole already.
-        i = static_cast<int64_t>(s);
-        fl = static_cast<float>(i);
-        if (fl > s) {
-            fl -= 1.0f;
-            --i;
-        }
-    } else {
-        fl = std::floor(s);
-        if (!(fl > -1e9f))
-            i = -1000000000;
-        else if (fl > 1e9f)
-            i = 1000000000;
-        else
-            i = static_cast<int64_t>(fl);
-    }
+    const float fl = saturatingFloor(s, i);
     i -= origin;
     Tap t{i, i >= 0 ? s - fl : 0.0f};
     if (t.index < 0)
