@@ -458,6 +458,20 @@ void pose(AffineProblem& problem, const TrTrackInfo& info, const GenPoint<float>
     problem.setXform(start);
 }
 
+// The lagged re-solve at the keyed position `q` from the averaged shape:
+// translation only, coarse to fine, as the step's last solve left those two
+// switches.
+void solveLagged(AffineProblem& problem, const TrTrackInfo& info, const GenPoint<double>& q,
+                 const AffineTransform& average, Orvane::Interpolation interpolation) {
+    pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average, interpolation);
+    problem.setUseTranslation(true);
+    problem.setCoarseToFine(true);
+    problem.setUseRotation(false);
+    problem.setUseScale(false);
+    problem.setUseStretch(false);
+    problem.execute();
+}
+
 } // namespace
 
 void TrFollow::refineAffine(int i, TrTrackInfo& info) {
@@ -594,18 +608,9 @@ bool TrFollow::refineLagged(int i, TrTrackInfo& info, int direction) {
 
     // A frame the host skipped has no search image; it keeps its keys.
     if (takeCachedSearch(p, info)) {
-        // Translation only, coarse to fine, as the step's last solve left
-        // those two switches.
         AffineProblem& problem = kept(info.shiftProblem);
         try {
-            pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average,
-                 refineInterpolation);
-            problem.setUseTranslation(true);
-            problem.setCoarseToFine(true);
-            problem.setUseRotation(false);
-            problem.setUseScale(false);
-            problem.setUseStretch(false);
-            problem.execute();
+            solveLagged(problem, info, q, average, refineInterpolation);
             info.affineOffset = problem.getTranslation();
         } catch (const KrMatrixError&) {
             return false;
@@ -644,13 +649,7 @@ void TrFollow::refineGuardedAt(int i, int p, TrTrackInfo& info, int direction) {
     const GenPoint<double> q = s->getPosition(i, t);
     AffineProblem& problem = kept(info.shiftProblem);
     try {
-        pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average, refineInterpolation);
-        problem.setUseTranslation(true);
-        problem.setCoarseToFine(true);
-        problem.setUseRotation(false);
-        problem.setUseScale(false);
-        problem.setUseStretch(false);
-        problem.execute();
+        solveLagged(problem, info, q, average, refineInterpolation);
     } catch (const KrMatrixError&) {
         return;
     }
