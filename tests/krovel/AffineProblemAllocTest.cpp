@@ -3,6 +3,8 @@
 #include "image/Format.h"
 #include "image/Image.h"
 
+#include "support/AllocationCounting.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -10,64 +12,8 @@
 #include <cstdlib>
 #include <new>
 
-// Every allocation of this program is counted while `counting` is set: the
-// replaced operator new and delete pass to malloc and free, and the link
-// wraps malloc, calloc and realloc (tests/CMakeLists.txt), which also catches
-// the matrix blocks that come from calloc. Allocations inside the LAPACK
-// library are out of sight of both.
-
-namespace {
-
-bool counting = false;
-long allocations = 0;
-
-} // namespace
-
-extern "C" {
-void* __real_malloc(size_t n);
-void* __real_calloc(size_t count, size_t n);
-void* __real_realloc(void* p, size_t n);
-
-void* __wrap_malloc(size_t n) {
-    allocations += counting;
-    return __real_malloc(n);
-}
-void* __wrap_calloc(size_t count, size_t n) {
-    allocations += counting;
-    return __real_calloc(count, n);
-}
-void* __wrap_realloc(void* p, size_t n) {
-    allocations += counting;
-    return __real_realloc(p, n);
-}
-}
-
-void* operator new(size_t n) {
-    if (void* p = std::malloc(n ? n : 1))
-        return p;
-    throw std::bad_alloc();
-}
-void* operator new[](size_t n) {
-    return operator new(n);
-}
-void* operator new(size_t n, const std::nothrow_t&) noexcept {
-    return std::malloc(n ? n : 1);
-}
-void* operator new[](size_t n, const std::nothrow_t&) noexcept {
-    return std::malloc(n ? n : 1);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, size_t) noexcept {
-    std::free(p);
-}
+using allocationcount::allocations;
+using allocationcount::counting;
 
 using Orvane::GenPoint;
 using Orvane::GenRect;

@@ -7,6 +7,8 @@
 #include "track/TrShotImpl.h"
 #include "track/TrackImages.h"
 
+#include "support/AllocationCounting.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -16,35 +18,10 @@
 #include <string>
 #include <vector>
 
-// Every allocation of this program is counted while `counting` is set: the
-// replaced operator new and delete pass to malloc and free, and the link
-// wraps malloc, calloc and realloc (tests/CMakeLists.txt), which also catches
-// the matrix blocks that come from calloc.
-
-namespace {
-
-bool counting = false;
-long allocations = 0;
-
-} // namespace
+using allocationcount::allocations;
+using allocationcount::counting;
 
 extern "C" {
-void* __real_malloc(size_t n);
-void* __real_calloc(size_t count, size_t n);
-void* __real_realloc(void* p, size_t n);
-
-void* __wrap_malloc(size_t n) {
-    allocations += counting;
-    return __real_malloc(n);
-}
-void* __wrap_calloc(size_t count, size_t n) {
-    allocations += counting;
-    return __real_calloc(count, n);
-}
-void* __wrap_realloc(void* p, size_t n) {
-    allocations += counting;
-    return __real_realloc(p, n);
-}
 
 // The refinement's halving of the search image (Rescaler::apply, wrapped by
 // the link as well) is counted apart: it is the refinement's own storage,
@@ -60,33 +37,6 @@ const void* __wrap__ZN6Orvane8Rescaler5applyERKNS_5ImageE(void* rescaler, const 
     allocations = before;
     return out;
 }
-}
-
-void* operator new(size_t n) {
-    if (void* p = std::malloc(n ? n : 1))
-        return p;
-    throw std::bad_alloc();
-}
-void* operator new[](size_t n) {
-    return operator new(n);
-}
-void* operator new(size_t n, const std::nothrow_t&) noexcept {
-    return std::malloc(n ? n : 1);
-}
-void* operator new[](size_t n, const std::nothrow_t&) noexcept {
-    return std::malloc(n ? n : 1);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, size_t) noexcept {
-    std::free(p);
 }
 
 using namespace trackimages;
