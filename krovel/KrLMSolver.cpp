@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <utility>
 
 namespace {
 
@@ -275,6 +276,52 @@ void damp(float lambda, int nx, KrGenMatrix<float>& a) {
     }
 }
 
+// The most parameters whose damped system is solved here rather than by
+// LAPACK: below this, the workspace query, argument checks and explicit
+// inverse cost more than the arithmetic.
+const int kSmallSystem = 8;
+
+// Solves a · step = g in double by elimination with partial pivoting (the
+// first largest pivot, as LAPACK picks it), then rounds the step to float.
+// It agrees with the float inverse-times-gradient to rounding. An exactly
+// zero pivot returns false, leaving LAPACK to report the singular matrix.
+bool solveSmall(const KrGenMatrix<float>& a, const KrGenVector<float>& g, int nx,
+                KrGenVector<float>& step) {
+    double m[kSmallSystem][kSmallSystem + 1];
+    const float* ap = a.data();
+    const float* gp = g.data();
+    for (int i = 0; i < nx; ++i) {
+        for (int j = 0; j < nx; ++j)
+            m[i][j] = ap[i * ptrdiff_t(a.rowStride()) + j * ptrdiff_t(a.colStride())];
+        m[i][nx] = gp[i];
+    }
+    for (int c = 0; c < nx; ++c) {
+        int pivot = c;
+        for (int r = c + 1; r < nx; ++r)
+            if (std::fabs(m[r][c]) > std::fabs(m[pivot][c]))
+                pivot = r;
+        if (m[pivot][c] == 0.0)
+            return false;
+        if (pivot != c)
+            for (int j = c; j <= nx; ++j)
+                std::swap(m[c][j], m[pivot][j]);
+        for (int r = c + 1; r < nx; ++r) {
+            const double f = m[r][c] / m[c][c];
+            for (int j = c + 1; j <= nx; ++j)
+                m[r][j] -= f * m[c][j];
+        }
+    }
+    float* sp = step.data();
+    for (int i = nx - 1; i >= 0; --i) {
+        double sum = m[i][nx];
+        for (int j = i + 1; j < nx; ++j)
+            sum -= m[i][j] * m[j][nx];
+        m[i][nx] = sum / m[i][i];
+        sp[i] = float(m[i][nx]);
+    }
+    return true;
+}
+
 // step = inverse · g in plain float dot products.
 void multiply(const KrGenMatrix<float>& inverse, const KrGenVector<float>& g, int nx,
               KrGenVector<float>& step) {
@@ -375,7 +422,8 @@ bool KrLMSolver::dampedStep(float lambda, bool& sumsFresh) {
         applyTrust(trust, nx, a, g);
     }
     damp(lambda, nx, a);
-    multiply(inverter.invert(a), g, nx, step);
+    if (nx > kSmallSystem || !solveSmall(a, g, nx, step))
+        multiply(inverter.invert(a), g, nx, step);
     if (trusted)
         trustStep(trust, nx, step);
     return true;

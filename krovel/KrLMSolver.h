@@ -95,6 +95,8 @@ private:
     KrGenVector<float> step;
     KrGenVector<float> trialX;
     KrGenVector<float> trialY;
+    // Systems of more than eight parameters, and singular ones, are solved
+    // (or reported) by LAPACK; smaller ones in place.
     KrInverter<float> inverter;
     mutable KrGenVector<float> difference;
 

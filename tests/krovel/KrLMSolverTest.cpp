@@ -215,6 +215,23 @@ TEST(KrLMSolver, ReportsASingularNormalMatrix) {
     expectThrows<KrMatrixError>(solve, "inverse: singular matrix");
 }
 
+TEST(KrLMSolver, ReportsASingularNormalMatrixSolvedInPlaceOrByLapack) {
+    // A zero column in the middle: its pivot is reached only after others
+    // have been eliminated, on either side of the in-place limit.
+    for (int nx : {3, 8, 9}) {
+        Probe p(12, nx, {std::vector<float>(12, 0.0f)});
+        for (int i = 0; i < 12; ++i)
+            for (int k = 0; k < nx; ++k)
+                p.jacobian(i, k) = k == nx / 2 ? 0.0f : float(std::sin(1.0 + i * nx + 3 * k));
+        KrLMSolver solver;
+        const auto solve = [&] {
+            run(solver, p, std::vector<float>(nx, 0.0f), std::vector<float>(12, 1.0f));
+        };
+        expectThrows<KrMatrixError>(solve, "inverse: singular matrix");
+        EXPECT_EQ(1u, p.states.size()) << nx;
+    }
+}
+
 namespace {
 
 // The first damped step (1 + 0.01 on the diagonal, no trust) solved in
@@ -252,13 +269,13 @@ std::vector<double> firstStep(const KrGenMatrix<float>& j, const std::vector<flo
 } // namespace
 
 TEST(KrLMSolver, FirstStepIsTheDampedNormalSolutionInEitherLayout) {
-    // Column counts 1 to 7 (the fixed-count sums and the general one), row
-    // counts that leave every remainder of four, the Jacobian column-major
-    // and row-major.
+    // Column counts 1 to 10 (the fixed-count sums and the general one; the
+    // solve in place up to eight, LAPACK beyond), row counts that leave every
+    // remainder of four, the Jacobian column-major and row-major.
     std::mt19937 rng(77);
     std::uniform_real_distribution<float> value(-1, 1);
     std::uniform_int_distribution<int> rows(20, 43);
-    for (int nx = 1; nx <= 7; ++nx) {
+    for (int nx = 1; nx <= 10; ++nx) {
         const int ny = rows(rng);
         KrGenMatrix<float> column(ny, nx, KrGenMatrix<float>::ColumnMajor);
         std::vector<float> goal(ny), residual(ny);
