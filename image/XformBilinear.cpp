@@ -126,6 +126,49 @@ TAVRIX_AVX2 inline __m256i resolve8(__m256 s, int origin, int lastPair, __m256& 
     return _mm256_min_epi32(i, last);
 }
 
+// Whether a source is large enough for window8: nine columns and three rows.
+bool windowFits(const GenRect<int>& sb) {
+    return sb.w >= 9 && sb.h >= 3;
+}
+
+// The four neighbours of eight resolved positions without gathers, where
+// their taps span at most eight columns and two rows, as under a warp near a
+// translation: three rows of nine pixels are loaded and the lanes picked by
+// permutes, which costs a fraction of four gathers. The window is pulled in
+// from the last column and row so that it never leaves the source, which
+// must pass windowFits; the samples are the same pixels the gathers would
+// read. False when the taps spread wider, for the caller to gather.
+TAVRIX_AVX2 inline bool window8(const float* base, int rowFloats, const GenRect<int>& sb,
+                                __m256i ix, __m256i iy, __m256& p00, __m256& p10, __m256& p01,
+                                __m256& p11) {
+    // The positions are affine in the lane, so the taps are monotonic in it
+    // and their extremes sit in the first and last lanes.
+    const int ixFirst = _mm256_cvtsi256_si32(ix), ixLast = _mm256_extract_epi32(ix, 7);
+    const int iyFirst = _mm256_cvtsi256_si32(iy), iyLast = _mm256_extract_epi32(iy, 7);
+    const int left = ixFirst < ixLast ? ixFirst : ixLast;
+    const int top = iyFirst < iyLast ? iyFirst : iyLast;
+    if (std::abs(ixLast - ixFirst) > 7 || std::abs(iyLast - iyFirst) > 1)
+        return false;
+    const int x0 = left < sb.w - 9 ? left : sb.w - 9;
+    const int y0 = top < sb.h - 3 ? top : sb.h - 3;
+    const float* r0 = base + ptrdiff_t(y0) * rowFloats + x0;
+    const float* r1 = r0 + rowFloats;
+    const float* r2 = r1 + rowFloats;
+    const __m256i lane = _mm256_sub_epi32(ix, _mm256_set1_epi32(x0));
+    const __m256 lower = _mm256_castsi256_ps(_mm256_cmpgt_epi32(iy, _mm256_set1_epi32(y0)));
+    const __m256 a0 = _mm256_permutevar8x32_ps(_mm256_loadu_ps(r0), lane);
+    const __m256 b0 = _mm256_permutevar8x32_ps(_mm256_loadu_ps(r0 + 1), lane);
+    const __m256 a1 = _mm256_permutevar8x32_ps(_mm256_loadu_ps(r1), lane);
+    const __m256 b1 = _mm256_permutevar8x32_ps(_mm256_loadu_ps(r1 + 1), lane);
+    const __m256 a2 = _mm256_permutevar8x32_ps(_mm256_loadu_ps(r2), lane);
+    const __m256 b2 = _mm256_permutevar8x32_ps(_mm256_loadu_ps(r2 + 1), lane);
+    p00 = _mm256_blendv_ps(a0, a1, lower);
+    p10 = _mm256_blendv_ps(b0, b1, lower);
+    p01 = _mm256_blendv_ps(a1, a2, lower);
+    p11 = _mm256_blendv_ps(b1, b2, lower);
+    return true;
+}
+
 // Eight pixels a step, each lane doing the plain loop's float operations in
 // the same order, so every sample comes out the same to the bit. A block
 // with a position beyond ±1e9 (or NaN) goes through the plain loop. Rows
@@ -142,6 +185,7 @@ TAVRIX_AVX2 void bilinearRowAvx2(const RowWarp<float>& w, int y, int x0, int x1,
     const int rowFloats = int(w.srcStride / int64_t(sizeof(float)));
     const __m256i rowStep = _mm256_set1_epi32(rowFloats);
     const float* base = reinterpret_cast<const float*>(w.src);
+    const bool windowed = windowFits(w.sb);
     // The last block ends at x1, overlapping the one before: its pixels come
     // out the same either time, so no pixel is left to the plain loop.
     for (int x = x0; x < x1; x += 8, out += 8) {
@@ -166,12 +210,15 @@ TAVRIX_AVX2 void bilinearRowAvx2(const RowWarp<float>& w, int y, int x0, int x1,
         const __m256i ix = resolve8(sx, w.sb.x, int(w.lastCol), fx);
         const __m256i iy = resolve8(sy, w.sb.y, int(w.lastRow), fy);
         const __m256 gx = _mm256_sub_ps(one, fx), gy = _mm256_sub_ps(one, fy);
-        const __m256i i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
-        const __m256i i01 = _mm256_add_epi32(i00, rowStep);
-        const __m256 p00 = _mm256_i32gather_ps(base, i00, 4);
-        const __m256 p10 = _mm256_i32gather_ps(base + 1, i00, 4);
-        const __m256 p01 = _mm256_i32gather_ps(base, i01, 4);
-        const __m256 p11 = _mm256_i32gather_ps(base + 1, i01, 4);
+        __m256 p00, p10, p01, p11;
+        if (!windowed || !window8(base, rowFloats, w.sb, ix, iy, p00, p10, p01, p11)) {
+            const __m256i i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
+            const __m256i i01 = _mm256_add_epi32(i00, rowStep);
+            p00 = _mm256_i32gather_ps(base, i00, 4);
+            p10 = _mm256_i32gather_ps(base + 1, i00, 4);
+            p01 = _mm256_i32gather_ps(base, i01, 4);
+            p11 = _mm256_i32gather_ps(base + 1, i01, 4);
+        }
         __m256 v = _mm256_mul_ps(_mm256_mul_ps(p11, fx), fy);
         v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p01, gx), fy));
         v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p10, fx), gy));
@@ -183,11 +230,11 @@ TAVRIX_AVX2 void bilinearRowAvx2(const RowWarp<float>& w, int y, int x0, int x1,
 // The most warps one pass over the grid carries.
 const int kWarpGroup = 8;
 
-// One warp's eight positions of a block, resolved: the offset of each
-// lane's upper-left sample and the fractions. False when a position lies
-// beyond ±1e9 or is NaN, for the plain loop to take.
-TAVRIX_AVX2 inline bool taps8(const RowWarp<float>& w, __m256 cx, float cy, __m256i rowStep,
-                              __m256i& i00, __m256& fx, __m256& fy) {
+// One warp's eight positions of a block, resolved: the column and row of
+// each lane's upper-left sample and the fractions. False when a position
+// lies beyond ±1e9 or is NaN, for the plain loop to take.
+TAVRIX_AVX2 inline bool taps8(const RowWarp<float>& w, __m256 cx, float cy, __m256i& ix,
+                              __m256i& iy, __m256& fx, __m256& fy) {
     const __m256 half = _mm256_set1_ps(0.5f);
     const __m256 low = _mm256_set1_ps(-1e9f), high = _mm256_set1_ps(1e9f);
     const __m256 bcy = _mm256_set1_ps(w.b * cy), ecy = _mm256_set1_ps(w.e * cy);
@@ -204,9 +251,8 @@ TAVRIX_AVX2 inline bool taps8(const RowWarp<float>& w, __m256 cx, float cy, __m2
         _mm256_and_ps(_mm256_cmp_ps(sy, low, _CMP_GT_OQ), _mm256_cmp_ps(sy, high, _CMP_LT_OQ)));
     if (_mm256_movemask_ps(inside) != 0xff)
         return false;
-    const __m256i ix = resolve8(sx, w.sb.x, int(w.lastCol), fx);
-    const __m256i iy = resolve8(sy, w.sb.y, int(w.lastRow), fy);
-    i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
+    ix = resolve8(sx, w.sb.x, int(w.lastCol), fx);
+    iy = resolve8(sy, w.sb.y, int(w.lastRow), fy);
     return true;
 }
 
@@ -220,31 +266,39 @@ TAVRIX_AVX2 void bilinearRowGroupAvx2(const RowWarp<float>* w, int count, int y,
     const float cy = static_cast<float>(y) + 0.5f;
     const __m256 half = _mm256_set1_ps(0.5f), one = _mm256_set1_ps(1.0f);
     const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-    const __m256i rowStep = _mm256_set1_epi32(int(w[0].srcStride / int64_t(sizeof(float))));
+    const int rowFloats = int(w[0].srcStride / int64_t(sizeof(float)));
+    const __m256i rowStep = _mm256_set1_epi32(rowFloats);
     const float* base = reinterpret_cast<const float*>(w[0].src);
+    const bool windowed = windowFits(w[0].sb);
     for (int x = x0; x < x1; x += 8) {
         if (x + 8 > x1)
             x = x1 - 8;
         const __m256 cx =
             _mm256_add_ps(_mm256_cvtepi32_ps(_mm256_add_epi32(_mm256_set1_epi32(x), lanes)), half);
         bool loaded = false;
-        __m256i held = _mm256_setzero_si256();
+        __m256i heldX = _mm256_setzero_si256(), heldY = _mm256_setzero_si256();
         __m256 p00 = half, p10 = half, p01 = half, p11 = half;
         for (int k = 0; k < count; ++k) {
             float* o = out[k] + (x - x0);
-            __m256i i00;
+            __m256i ix, iy;
             __m256 fx, fy;
-            if (!taps8(w[k], cx, cy, rowStep, i00, fx, fy)) {
+            if (!taps8(w[k], cx, cy, ix, iy, fx, fy)) {
                 w[k].pixels(y, x, x + 8, o);
                 continue;
             }
-            if (!loaded || _mm256_movemask_epi8(_mm256_cmpeq_epi32(i00, held)) != -1) {
-                const __m256i i01 = _mm256_add_epi32(i00, rowStep);
-                p00 = _mm256_i32gather_ps(base, i00, 4);
-                p10 = _mm256_i32gather_ps(base + 1, i00, 4);
-                p01 = _mm256_i32gather_ps(base, i01, 4);
-                p11 = _mm256_i32gather_ps(base + 1, i01, 4);
-                held = i00;
+            const __m256i same =
+                _mm256_and_si256(_mm256_cmpeq_epi32(ix, heldX), _mm256_cmpeq_epi32(iy, heldY));
+            if (!loaded || _mm256_movemask_epi8(same) != -1) {
+                if (!windowed || !window8(base, rowFloats, w[k].sb, ix, iy, p00, p10, p01, p11)) {
+                    const __m256i i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
+                    const __m256i i01 = _mm256_add_epi32(i00, rowStep);
+                    p00 = _mm256_i32gather_ps(base, i00, 4);
+                    p10 = _mm256_i32gather_ps(base + 1, i00, 4);
+                    p01 = _mm256_i32gather_ps(base, i01, 4);
+                    p11 = _mm256_i32gather_ps(base + 1, i01, 4);
+                }
+                heldX = ix;
+                heldY = iy;
                 loaded = true;
             }
             const __m256 gx = _mm256_sub_ps(one, fx), gy = _mm256_sub_ps(one, fy);

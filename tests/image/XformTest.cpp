@@ -275,3 +275,46 @@ TEST(XformBilinear, ManyWarpsInOnePassAreEachWarpBitForBit) {
         EXPECT_EQ(0, differing) << "warp " << k;
     }
 }
+
+TEST(XformBilinear, WarpsNearATranslationMatchTheContractAtEverySourceEdge) {
+    // Near-translations, whose blocks read rows rather than gather, over
+    // sources from the narrowest that allow it (nine by three) down to the
+    // smallest the vector loop takes, and a destination that runs past every
+    // edge, where the row window is pulled back inside. One or several warps
+    // at a time, turned either way.
+    const Rect sizes[] = {Rect(-4, 2, 8, 2), Rect(-4, 2, 9, 3), Rect(3, -1, 10, 4),
+                          Rect(-7, -6, 31, 12)};
+    std::mt19937 rng(19);
+    std::uniform_real_distribution<float> turn(-0.12f, 0.12f), scale(0.96f, 1.04f);
+    for (const Rect& sb : sizes) {
+        const Image src = testsupport::randomImage<float>(sb, "l", 23);
+        const Rect db(sb.x - 6, sb.y - 5, sb.w + 12, sb.h + 10);
+        const int count = 4;
+        float m[count][6];
+        for (int k = 0; k < count; ++k) {
+            const float s = scale(rng), t = turn(rng);
+            const float row[6] = {s, t, 0.37f * float(k) - 0.6f, -t, s, 0.29f - 0.21f * float(k)};
+            std::copy(row, row + 6, m[k]);
+        }
+        std::vector<std::vector<float>> many(count, std::vector<float>(size_t(db.w) * db.h));
+        float* rows[count];
+        for (int k = 0; k < count; ++k)
+            rows[k] = many[k].data();
+        _bilinearRowsMany<float>(static_cast<const unsigned char*>(src.getBuffer()), sb,
+                                 src.getStride(), 1, db, count, m, rows);
+        for (int k = 0; k < count; ++k) {
+            Image dst = floatImage(db);
+            xform_bilinear(src, dst,
+                           affine<float>(m[k][0], m[k][1], m[k][2], m[k][3], m[k][4], m[k][5]));
+            int differing = 0;
+            testsupport::forEachSample(dst, [&](int x, int y, int) {
+                const float expected = literalSample(src, x, y, m[k]);
+                const float one = sampleAt<float>(dst, x, y, 0);
+                const float inGroup = many[k][size_t(y - db.y) * db.w + (x - db.x)];
+                differing += std::memcmp(&expected, &one, sizeof(float)) != 0;     // NOLINT
+                differing += std::memcmp(&expected, &inGroup, sizeof(float)) != 0; // NOLINT
+            });
+            EXPECT_EQ(0, differing) << sb.w << "x" << sb.h << " warp " << k;
+        }
+    }
+}
