@@ -15,6 +15,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 namespace Krovel {
 
@@ -307,6 +308,11 @@ void AffineProblem::evalDy(KrGenMatrix<float>& dy) {
     const KrGenVector<float> current = wrapPixels(projected);
     const int count = current.length();
     const float* base = current.data();
+    baseX.resize(x.length());
+    baseX.set(x);
+    basePixels.resize(count);
+    basePixels.set(current);
+    baseHeld = true;
     const bool direct = warpsDirectly(search) && count > 0;
     if (direct && fastPath()) {
         // Column-major whatever the caller's layout: each column is then one
@@ -372,6 +378,25 @@ void AffineProblem::differencesFast(KrGenMatrix<float>& dy, const float* base, i
     }
 }
 
+void AffineProblem::settle(const KrGenVector<float>& v) {
+    const int n = v.length();
+    bool same = baseHeld && baseX.length() == n && x.length() == n;
+    // Compared bit for bit, which is certain to give the warp setX would.
+    for (int i = 0; same && i < n; ++i) {
+        const float a = v(i), b = baseX(i);
+        uint32_t ab, bb;
+        std::memcpy(&ab, &a, sizeof ab);
+        std::memcpy(&bb, &b, sizeof bb);
+        same = ab == bb;
+    }
+    if (!same) {
+        setX(v);
+        return;
+    }
+    x.set(v);
+    wrapPixels(projected).set(basePixels);
+}
+
 void AffineProblem::solveHalfSize() {
     if (!half)
         half.reset(new AffineProblem());
@@ -406,6 +431,7 @@ void AffineProblem::execute() {
     halfIterations = 0;
     // The search pixels may have changed under the same store.
     fittedTo = Orvane::Image();
+    baseHeld = false;
     if (coarseToFine && bounds.w * bounds.h >= kCoarsePixels)
         solveHalfSize();
 
@@ -422,7 +448,7 @@ void AffineProblem::execute() {
     solver.solve();
     iterations = solver.getIterations();
 
-    setX(solver.getState());
+    settle(solver.getState());
     unpack(x, xform);
 
     // A caller may hold the last result's linear part: it keeps its values.

@@ -183,6 +183,9 @@ private:
     bool fastPath() const;
     // Step 1 of execute: the half-size solve and the start it gives.
     void solveHalfSize();
+    // setX for the solver's final state: the solve mostly ends on the base
+    // of its last Jacobian, whose normalised warp is then copied back.
+    void settle(const KrGenVector<float>& v);
     Orvane::Image pattern;
     Orvane::Image search;
     Orvane::Image projected;
@@ -213,6 +216,10 @@ private:
     // trial warp of one Jacobian, one after another.
     KrGenVector<float> trialX;
     KrGenVector<float> trialY;
+    // The state and normalised warp at the last Jacobian of this execute.
+    bool baseHeld = false;
+    KrGenVector<float> baseX;
+    KrGenVector<float> basePixels;
 
     // Kept from execute to execute; see the class comment.
     std::unique_ptr<AffineProblem> half;
