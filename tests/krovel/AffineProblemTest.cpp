@@ -17,6 +17,7 @@
 #include <array>
 #include <cfloat>
 #include <cmath>
+#include <cstring>
 #include <iostream>
 #include <random>
 #include <sstream>
@@ -541,5 +542,30 @@ TEST(AffineProblem, DefaultPathMatchesTheReferencePathOnRandomProblems) {
         for (const auto& p : shape)
             EXPECT_NEAR(p[0], p[1], 1e-5 * std::max(1.0f, std::fabs(p[0])));
         EXPECT_NEAR(reference.getQuality(), fast.getQuality(), 1e-5);
+    }
+}
+
+TEST(AffineProblem, TheProjectionAfterExecuteIsTheWarpAtTheResult) {
+    // The final warp may be copied from the last Jacobian's base rather than
+    // made again: it must be the warp at the result to the bit, whether the
+    // solve ended there or not, with and without the half-size start.
+    std::mt19937 rng(515);
+    AffineProblem p;
+    for (int c = 0; c < 12; ++c) {
+        randomCase(p, rng, c % 4 == 3 ? 3 : 1);
+        p.setCoarseToFine(c % 2 == 0);
+        p.setUseStretch(c % 3 != 0);
+        p.execute();
+        // The projection's store is reused by setX: keep its pixels apart.
+        const GenRect<int>& b = p.getProjected().getBounds();
+        const size_t count = size_t(p.getProjected().getFormat().getNumChannels()) * b.w * b.h;
+        float* pixels;
+        p.getProjected().getBuffer(pixels);
+        const std::vector<float> after(pixels, pixels + count);
+        p.setX(p.initState());
+        p.getProjected().getBuffer(pixels);
+        EXPECT_EQ(0, std::memcmp(after.data(), pixels, sizeof(float) * count)) // NOLINT
+            << "case " << c;
+        EXPECT_GT(p.getIterations(), 0) << "case " << c;
     }
 }
