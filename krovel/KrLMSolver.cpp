@@ -119,6 +119,72 @@ __attribute__((target("avx2"))) void columnPairSumsAvx2(const float* dy, ptrdiff
         sums[p] = (lanes[p][0] + lanes[p][1]) + (lanes[p][2] + lanes[p][3]);
 }
 
+// columnPairSumsAvx2 and, in the same walk, the gradient of _gradient for
+// contiguous goal and outputs. The gradient's running float sums form a
+// chain of dependent additions that alone leaves the core waiting; beside
+// the pair products it comes almost free. Its six sums are the lanes of two
+// vectors, each row's terms taken from the loaded columns by a transpose,
+// and every lane does _gradient's conversions, product and addition, so the
+// results are those of the two separate passes to the bit.
+__attribute__((target("avx2"))) inline void
+gradientRows(const __m128 (&col)[6], const float* gl, const float* yp, __m128& g03, __m128& g45) {
+    __m128 r0 = col[0], r1 = col[1], r2 = col[2], r3 = col[3];
+    _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+    const __m128 low = _mm_unpacklo_ps(col[4], col[5]);
+    const __m128 high = _mm_unpackhi_ps(col[4], col[5]);
+    const __m128 rows03[4] = {r0, r1, r2, r3};
+    const __m128 rows45[4] = {low, _mm_movehl_ps(low, low), high, _mm_movehl_ps(high, high)};
+    for (int l = 0; l < 4; ++l) {
+        const double d = double(gl[l]) - double(yp[l]);
+        const __m256d d4 = _mm256_set1_pd(d);
+        const __m128d d2 = _mm_set1_pd(d);
+        g03 = _mm256_cvtpd_ps(
+            _mm256_add_pd(_mm256_cvtps_pd(g03), _mm256_mul_pd(_mm256_cvtps_pd(rows03[l]), d4)));
+        g45 = _mm_cvtpd_ps(_mm_add_pd(_mm_cvtps_pd(g45), _mm_mul_pd(_mm_cvtps_pd(rows45[l]), d2)));
+    }
+}
+
+__attribute__((target("avx2"))) void columnSumsAvx2(const float* dy, ptrdiff_t cs, const float* gl,
+                                                    const float* yp, int ny, double* sums,
+                                                    float* gp) {
+    constexpr int N = 6;
+    constexpr int pairs = N * (N + 1) / 2;
+    __m256d acc[pairs];
+    for (int p = 0; p < pairs; ++p)
+        acc[p] = _mm256_setzero_pd();
+    __m128 g03 = _mm_setzero_ps(), g45 = _mm_setzero_ps();
+    int i = 0;
+    for (; i + 4 <= ny; i += 4) {
+        __m128 col[N];
+        for (int j = 0; j < N; ++j)
+            col[j] = _mm_loadu_ps(dy + j * cs + i);
+        int p = 0;
+        for (int j = 0; j < N; ++j)
+            for (int k = 0; k <= j; ++k, ++p)
+                acc[p] = _mm256_add_pd(acc[p], _mm256_cvtps_pd(_mm_mul_ps(col[k], col[j])));
+        gradientRows(col, gl + i, yp + i, g03, g45);
+    }
+    alignas(32) double lanes[pairs][4];
+    for (int p = 0; p < pairs; ++p)
+        _mm256_store_pd(lanes[p], acc[p]);
+    alignas(16) float g[8];
+    _mm_store_ps(g, g03);
+    _mm_store_ps(g + 4, g45);
+    for (int l = 0; i < ny; ++i, ++l) {
+        int p = 0;
+        for (int j = 0; j < N; ++j)
+            for (int k = 0; k <= j; ++k, ++p)
+                lanes[p][l] += double(dy[k * cs + i] * dy[j * cs + i]);
+        const double d = double(gl[i]) - double(yp[i]);
+        for (int j = 0; j < N; ++j)
+            g[j] = float(double(g[j]) + double(dy[j * cs + i]) * d);
+    }
+    for (int p = 0; p < pairs; ++p)
+        sums[p] = (lanes[p][0] + lanes[p][1]) + (lanes[p][2] + lanes[p][3]);
+    for (int j = 0; j < N; ++j)
+        gp[j] = g[j];
+}
+
 bool avx2Present() {
     static const bool present = [] {
         __builtin_cpu_init();
@@ -182,6 +248,19 @@ void pairSums(const KrGenMatrix<float>& dy, int ny, int nx, double* sums) {
         _pairSums<0>(p, rs, cs, ny, nx, sums);
         break;
     }
+}
+
+// The pair sums and the gradient in one walk, where the fused kernel takes
+// the layout: a column-major Jacobian of six columns, all of the affine
+// refinement's parameters, outputs long enough, goal and outputs
+// contiguous. False leaves both to the separate passes.
+bool fusedSums(const KrGenMatrix<float>& dy, const KrGenVector<float>& goal,
+               const KrGenVector<float>& y, int ny, int nx, double* sums, float* gp) {
+    if (nx != 6 || !avx2Present() || dy.rowStride() != 1 || y.length() < ny || goal.stride() != 1 ||
+        y.stride() != 1)
+        return false;
+    columnSumsAvx2(dy.data(), dy.colStride(), goal.data(), y.data(), ny, sums, gp);
+    return true;
 }
 
 // The normal matrix from its pair sums.
@@ -403,14 +482,19 @@ bool KrLMSolver::dampedStep(float lambda, bool& sumsFresh) {
         return false;
     // After a rejection the Jacobian and the outputs are those of the last
     // iteration, so are their sums: only the damping changes.
-    if (!sumsFresh)
-        pairSums(dy, ny, nx, sums.data());
+    bool fused = false;
+    if (!sumsFresh) {
+        fused = fusedSums(dy, goal, y, ny, nx, sums.data(), gradientSums.data());
+        if (!fused)
+            pairSums(dy, ny, nx, sums.data());
+    }
     normalMatrix(sums.data(), nx, a);
 
     if (!reaches(y, ny))
         return false;
     if (!sumsFresh) {
-        gradient(dy, goal, y, ny, nx, gradientSums);
+        if (!fused)
+            gradient(dy, goal, y, ny, nx, gradientSums);
         sumsFresh = true;
     }
     g.set(gradientSums);

@@ -302,3 +302,38 @@ TEST(KrLMSolver, FirstStepIsTheDampedNormalSolutionInEitherLayout) {
         }
     }
 }
+
+TEST(KrLMSolver, SixColumnsGiveTheSameStepWhateverTheGoalsLayout) {
+    // With a contiguous goal the pair sums and the gradient of a six-column,
+    // column-major Jacobian share one walk; a strided goal takes the two
+    // separate passes. The first steps must agree to the bit, for every
+    // remainder of four rows.
+    std::mt19937 rng(606);
+    std::uniform_real_distribution<float> value(-2, 2);
+    for (int ny = 24; ny < 28; ++ny) {
+        KrGenMatrix<float> column(ny, 6, KrGenMatrix<float>::ColumnMajor);
+        KrGenMatrix<float> goals(2, ny, KrGenMatrix<float>::ColumnMajor);
+        std::vector<float> goal(ny);
+        for (int i = 0; i < ny; ++i) {
+            goal[i] = goals(0, i) = value(rng);
+            for (int k = 0; k < 6; ++k)
+                column(i, k) = value(rng);
+        }
+        const KrGenVector<float> strided = goals.row(0);
+        ASSERT_NE(1, strided.stride());
+        std::vector<float> steps[2];
+        for (int pass = 0; pass < 2; ++pass) {
+            Probe p(ny, 6, {std::vector<float>(ny, 0.5f)});
+            p.jacobian = column;
+            PinnedSolver s(2);
+            s.setProblem(&p);
+            s.setGoal(pass == 0 ? vec(goal) : strided);
+            s.setState(vec(std::vector<float>(6, 0.0f)));
+            s.solve();
+            ASSERT_GE(p.states.size(), 2u);
+            for (int k = 0; k < 6; ++k)
+                steps[pass].push_back(p.states[1](k));
+        }
+        EXPECT_EQ(steps[0], steps[1]) << "ny " << ny;
+    }
+}
