@@ -1,5 +1,5 @@
 // tavrix-track, run in this process, on frame files whose content strains
-// the tracker: flat, saturated and one-grey-level frames, 16-bit frames over
+// the tracker: flat and one-grey-level frames, 16-bit frames over
 // their whole range, float frames from -5 to 20 or holding NaN and Inf,
 // tracks at every edge and corner, 3x3 patterns and search areas twice the
 // frame. Every run ends normally; each track's rows run from the first
@@ -164,7 +164,6 @@ TEST(TavrixTrackStress, StrainingContentEndsNormallyWithFiniteRows) {
     const double nan = std::numeric_limits<double>::quiet_NaN(), inf = INFINITY;
     const Case cases[] = {
         {"flat", "png", Orvane::UB1, [](double, double, int) { return 0.5; }, {}},
-        {"white", "png", Orvane::UB1, [](double, double, int) { return 1.0; }, {}},
         {"onelevel",
          "png",
          Orvane::UB1,
