@@ -23,8 +23,8 @@
 
 namespace {
 
-// A band-limited texture moving by about (1.3, -0.7) pixels a frame, over
-// frames 1 to `last`; frames from `failAt` on cannot be read.
+// The moving plate over frames 1 to `last`, made as asked for; frames from
+// `failAt` on cannot be read.
 class MovingTexture : public TrSequence {
 public:
     MovingTexture(int width, int height, int last) : width(width), height(height), last(last) {}
@@ -41,7 +41,7 @@ public:
         }
         auto it = frames.find(n);
         if (it == frames.end())
-            it = frames.emplace(n, render(n)).first;
+            it = frames.emplace(n, movingplate::plateFrame(width, height, n)).first;
         return it->second;
     }
 
@@ -49,27 +49,6 @@ public:
     bool bareString = false;
 
 private:
-    Orvane::Image render(int n) const {
-        Orvane::Image img(Orvane::GenRect<int>(0, 0, width, height), Orvane::Format::getRGB());
-        const double sx = 1.3 * (n - 1) + 0.45 * std::sin(n * 0.9);
-        const double sy = -0.7 * (n - 1) + 0.35 * std::cos(n * 1.3);
-        for (int y = 0; y < height; ++y) {
-            unsigned char* row;
-            img.getBuffer(row, Orvane::GenPoint<int>(0, y));
-            for (int x = 0; x < width; ++x) {
-                double v = 0.5;
-                for (int i = 1; i <= 8; ++i) {
-                    const double a = 2.4 * i, k = 2 * M_PI / (8 + 1.5 * i);
-                    const double u = x + 0.5 - sx, w = y + 0.5 - sy;
-                    v += 0.06 * std::sin(k * (std::cos(a) * u + std::sin(a) * w) + i * i);
-                }
-                row[3 * x] = row[3 * x + 1] = row[3 * x + 2] =
-                    static_cast<unsigned char>(std::lround(255 * v));
-            }
-        }
-        return img;
-    }
-
     int width, height, last;
     std::map<int, Orvane::Image> frames;
 };
