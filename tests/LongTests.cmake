@@ -2,13 +2,13 @@
 # `long`: the optimised tree runs them, the sanitizer tree of scripts/test.sh
 # leaves them out (ctest -LE long), where each took from ten seconds to a
 # minute. A short case of each kind stays unlabelled, so that its code still
-# runs under the sanitizers: the design mode's translation row of the
-# accuracy suite, and the stress cases on flat, non-finite and empty input.
+# runs under the sanitizers: the design mode's translation row and the
+# renderer's and footage cases of the accuracy suite, and the stress cases
+# on flat, non-finite and empty input.
 #
 # CTest reads this file after the cases are discovered. A name that no
-# longer exists is skipped silently, so a renamed case runs everywhere
-# until it is named here again.
-# The rows' names end with the parameter as gtest prints it.
+# longer exists is skipped silently, so ci_LongCasesAreLabelled counts the
+# labelled cases. The rows' names end with the parameter as gtest prints it.
 foreach(mode design robust)
     foreach(category translation rotation+zoom noise+drift fast+blur occluder video)
         if(NOT "${mode} ${category}" STREQUAL "design translation")
@@ -20,6 +20,7 @@ foreach(mode design robust)
     endforeach()
 endforeach()
 set_tests_properties(
+    TrAccuracySuite.PlacesTracksInsideEveryFrameWithTruthForEach
     TrStress.WideRangesAndLargeSearchAreasFollowTheContent
     TrStress.LowContrastStaysWithinOneWithDoubleSums
     PROPERTIES LABELS long)
