@@ -16,11 +16,12 @@ fi
 root=$(pwd)
 sources=()
 if [ $# -eq 0 ]; then
-    # Every source the tree compiles, without what CMake generates in it.
+    # Every source the tree compiles, once each (a source built into several
+    # programs is checked once), without what CMake generates in it.
     while IFS= read -r file; do
         case $file in "$root/build/"*) continue ;; esac
         sources+=("$file")
-    done < <(sed -n 's/^ *"file": "\(.*\)"[,]*$/\1/p' "$tree/compile_commands.json")
+    done < <(sed -n 's/^ *"file": "\(.*\)"[,]*$/\1/p' "$tree/compile_commands.json" | sort -u)
 else
     for file in "$@"; do
         case $file in *.h) file=${file%.h}.cpp ;; esac

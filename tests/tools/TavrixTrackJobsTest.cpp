@@ -98,28 +98,6 @@ TEST(TavrixTrackJobs, ManyTracksGiveTheSameBytesWithAnyNumberOfJobs) {
     }
 }
 
-// The rows written before an unreadable frame are those of a pass that ended
-// on the frame before it, whatever the number of jobs.
-TEST(TavrixTrackJobs, RowsBeforeAnUnreadableFrameAreKeptWithEveryJobCount) {
-    TempDir dir;
-    movingplate::writePlate(dir, 160, 120, 1, 9);
-    const std::string args = dir / "plate.####.png --quiet --track 40.5,40.5 --track 80.5,60.5 "
-                                   "--track 120.5,80.5 --track 60.5,100.5";
-    const Result whole = run(dir, args + " --to 5 --jobs 1");
-    ASSERT_EQ(0, whole.status) << whole.err;
-    ASSERT_EQ(21, count(whole.out, "\n")) << "a header and 5 rows for each of 4 tracks";
-    breakFrame(dir, 6);
-    for (int jobs : {1, 2, 3, 4}) {
-        const Result r = run(dir, args + " --jobs " + std::to_string(jobs));
-        EXPECT_EQ(1, r.status) << jobs << " jobs";
-        EXPECT_EQ(whole.out, r.out) << jobs << " jobs";
-        EXPECT_EQ(0u,
-                  r.err.find("tavrix-track: frame 6: cannot read \"" + dir / frameName(6) + "\""))
-            << r.err;
-        EXPECT_EQ(1, count(r.err, "; results up to frame 5 were written\n")) << r.err;
-    }
-}
-
 // The summary names the threads that did the work: no more jobs than
 // tracks, and the decoding threads the machine's cores allow. The time per
 // track and frame is the CPU time shared by the 6 x 20 steps.

@@ -126,16 +126,14 @@ TEST(TavrixTrackNames, AMissingFrameInsideTheRangeNamesItsFile) {
     }
 }
 
+// Through the program, a bad name is status 2 and one line; the frame
+// pattern's own test checks every malformed form's text.
 TEST(TavrixTrackNames, MalformedNamesGetOneLineAndStatusTwo) {
     TempDir dir;
     writePlate(dir, "p_%04d.png", 1, 2);
     const std::pair<std::string, std::string> cases[] = {
         {"p_%q.png", "has \"%q\", which is not a frame number (use %d, %04d, or %% for a plain "
                      "'%')"},
-        {"p_%4d.png", "has \"%4d\", which is not a frame number (use %d, %04d, or %% for a "
-                      "plain '%')"},
-        {"p_##.v##.png", "has more than one frame number: \"##\" and \"##\""},
-        {"p_%02d_%04d.png", "has more than one frame number: \"%02d\" and \"%04d\""},
         {"p_0001.png", "has no '#' for the frame number"},
     };
     for (const auto& c : cases) {

@@ -20,21 +20,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+using movingplate::readFile;
 using movingplate::TempDir;
 
 namespace {
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> out;
@@ -133,14 +126,14 @@ TEST(TavrixTrackModes, DesignIsTheDesignedRunAndRobustTheRobustOne) {
         settings.scale = c.scale;
         settings.preciseSums = c.preciseSums;
         const std::string expected = runCsv(pattern, specs, settings, c.robust);
-        EXPECT_TRUE(expected == readText(dir / "r.csv")) << readText(dir / "r.csv");
+        EXPECT_TRUE(expected == readFile(dir / "r.csv")) << readFile(dir / "r.csv");
         EXPECT_EQ(13u, lines(expected).size());
     }
     // The designed run is the one with every setting at its default.
     EXPECT_EQ(0, runTool({pattern, "--quiet", "--design", "--out", dir / "r.csv", "--track",
                           "50.5,40.5", "--track", "100.5,70.5"})
                      .status);
-    EXPECT_TRUE(runCsv(pattern, specs, TrRunSettings(), false) == readText(dir / "r.csv"));
+    EXPECT_TRUE(runCsv(pattern, specs, TrRunSettings(), false) == readFile(dir / "r.csv"));
 }
 
 // With a tolerance no match reaches before the content lands on whole
@@ -155,7 +148,7 @@ TEST(TavrixTrackModes, StatusColumnSaysTrackedCoastedAndLost) {
         const ToolRun r = runTool({dir / "plate.####.png", "--quiet", "--track", "60.5,60.5",
                                    "--behavior", behavior, "--tolerance", "1", "--out", out});
         EXPECT_EQ(0, r.status) << r.err;
-        return lines(readText(out));
+        return lines(readFile(out));
     };
     const auto column = [](const std::vector<std::string>& rows, size_t c) {
         std::vector<std::string> values;
@@ -168,7 +161,7 @@ TEST(TavrixTrackModes, StatusColumnSaysTrackedCoastedAndLost) {
         return values;
     };
     const std::vector<std::string> coasting = run("predictAndKey", dir / "c.csv");
-    ASSERT_EQ(10u, coasting.size()) << readText(dir / "c.csv");
+    ASSERT_EQ(10u, coasting.size()) << readFile(dir / "c.csv");
     EXPECT_EQ("track,frame,x,y,score,keyed,status,tx,ty,ro,sc,st0,st1", coasting[0]);
     std::vector<std::string> expected(9, "coasted");
     expected.front() = "tracked";
@@ -176,7 +169,7 @@ TEST(TavrixTrackModes, StatusColumnSaysTrackedCoastedAndLost) {
     EXPECT_EQ(std::vector<std::string>(9, "1"), column(coasting, 5));
 
     const std::vector<std::string> stopped = run("stop", dir / "s.csv");
-    ASSERT_EQ(3u, stopped.size()) << readText(dir / "s.csv");
+    ASSERT_EQ(3u, stopped.size()) << readFile(dir / "s.csv");
     EXPECT_EQ(std::vector<std::string>({"tracked", "lost"}), column(stopped, 6));
     EXPECT_EQ(std::vector<std::string>({"1", "0"}), column(stopped, 5));
     const std::vector<std::string> before = fields(stopped[1]), lost = fields(stopped[2]);
@@ -188,7 +181,7 @@ TEST(TavrixTrackModes, StatusColumnSaysTrackedCoastedAndLost) {
     ASSERT_EQ(0, runTool({dir / "plate.####.png", "--quiet", "--track", "60.5,60.5", "--behavior",
                           "stop", "--tolerance", "1", "--out", dir / "r.json"})
                      .status);
-    const TrJsonValue doc = parseJson(readText(dir / "r.json"));
+    const TrJsonValue doc = parseJson(readFile(dir / "r.json"));
     const TrJsonValue& samples = doc.members[3].second;
     ASSERT_EQ(2u, samples.items.size());
     const char* statuses[] = {"tracked", "lost"};
@@ -224,7 +217,7 @@ TEST(TavrixTrackModes, AFlatPatternIsReportedAndLostWhenRobust) {
     EXPECT_EQ(0u, r.err.find("tavrix-track: track \"2\" lost at frame 1: too little texture\n"
                              "tavrix-track: 4 frames, 2 tracks (1 lost)"))
         << r.err;
-    const std::vector<std::string> rows = lines(readText(dir / "r.csv"));
+    const std::vector<std::string> rows = lines(readFile(dir / "r.csv"));
     ASSERT_EQ(6u, rows.size());
     EXPECT_EQ("2,1,120.5000,60.5000,,0,lost,,,,,,", rows[2]);
     for (size_t k : {1, 3, 4, 5})
@@ -269,8 +262,8 @@ TEST(TavrixTrackDetect, FiftyTracksOnA1080pFramePassTheChecksAndReadBack) {
     const ToolRun back =
         runTool({pattern, "--quiet", "--tracks", dir / "d.json", "--out", dir / "b.csv"});
     ASSERT_EQ(0, back.status) << back.err;
-    EXPECT_EQ(101u, lines(readText(dir / "a.csv")).size());
-    EXPECT_TRUE(readText(dir / "a.csv") == readText(dir / "b.csv"));
+    EXPECT_EQ(101u, lines(readFile(dir / "a.csv")).size());
+    EXPECT_TRUE(readFile(dir / "a.csv") == readFile(dir / "b.csv"));
 }
 
 // On a grey frame with three dots, the dots are the only places with

@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 namespace movingplate {
@@ -29,6 +31,14 @@ struct TempDir {
     std::string operator/(const std::string& name) const { return path + "/" + name; }
     std::string path;
 };
+
+/// The whole text of a file, empty when it cannot be read.
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
 
 /// "plate.0007.png" for frame 7.
 inline std::string frameName(int n) {

@@ -23,8 +23,8 @@
 
 namespace {
 
-// A band-limited texture moving by about (1.3, -0.7) pixels a frame, over
-// frames 1 to `last`; frames from `failAt` on cannot be read.
+// The moving plate over frames 1 to `last`, made as asked for; frames from
+// `failAt` on cannot be read.
 class MovingTexture : public TrSequence {
 public:
     MovingTexture(int width, int height, int last) : width(width), height(height), last(last) {}
@@ -41,7 +41,7 @@ public:
         }
         auto it = frames.find(n);
         if (it == frames.end())
-            it = frames.emplace(n, render(n)).first;
+            it = frames.emplace(n, movingplate::plateFrame(width, height, n)).first;
         return it->second;
     }
 
@@ -49,27 +49,6 @@ public:
     bool bareString = false;
 
 private:
-    Orvane::Image render(int n) const {
-        Orvane::Image img(Orvane::GenRect<int>(0, 0, width, height), Orvane::Format::getRGB());
-        const double sx = 1.3 * (n - 1) + 0.45 * std::sin(n * 0.9);
-        const double sy = -0.7 * (n - 1) + 0.35 * std::cos(n * 1.3);
-        for (int y = 0; y < height; ++y) {
-            unsigned char* row;
-            img.getBuffer(row, Orvane::GenPoint<int>(0, y));
-            for (int x = 0; x < width; ++x) {
-                double v = 0.5;
-                for (int i = 1; i <= 8; ++i) {
-                    const double a = 2.4 * i, k = 2 * M_PI / (8 + 1.5 * i);
-                    const double u = x + 0.5 - sx, w = y + 0.5 - sy;
-                    v += 0.06 * std::sin(k * (std::cos(a) * u + std::sin(a) * w) + i * i);
-                }
-                row[3 * x] = row[3 * x + 1] = row[3 * x + 2] =
-                    static_cast<unsigned char>(std::lround(255 * v));
-            }
-        }
-        return img;
-    }
-
     int width, height, last;
     std::map<int, Orvane::Image> frames;
 };
@@ -194,6 +173,19 @@ void expectSame(const TrSample& want, const TrSample& got) {
     EXPECT_EQ(want.transform, got.transform) << "frame " << got.frame;
 }
 
+// Each track's samples are the first `frames` of the reference's, to the bit
+// (all of them when `frames` is 0).
+void expectSame(const std::vector<std::vector<TrSample>>& want,
+                const std::vector<std::vector<TrSample>>& got, size_t frames = 0) {
+    ASSERT_EQ(want.size(), got.size());
+    for (size_t i = 0; i < want.size(); ++i) {
+        const size_t n = frames ? frames : want[i].size();
+        ASSERT_EQ(n, got[i].size()) << "track " << i;
+        for (size_t k = 0; k < n; ++k)
+            expectSame(want[i][k], got[i][k]);
+    }
+}
+
 std::vector<std::string> frameCalls(int from, int to) {
     std::vector<std::string> calls;
     const int direction = to >= from ? 1 : -1;
@@ -226,16 +218,15 @@ TEST(TrTrackRun, SinksGetEachFrameOnceInOrderWhenItIsFinal) {
         EXPECT_EQ(calls, sink.calls);
 
         const Reference want(seq.get(), specs, range.first, range.second, TrRunSettings());
+        std::vector<std::vector<TrSample>> results;
         for (size_t i = 0; i < specs.size(); ++i) {
             ASSERT_EQ(0, want.lostAt[i]) << specs[i].name;
-            ASSERT_EQ(want.samples[i].size(), sink.delivered[i].size()) << specs[i].name;
-            ASSERT_EQ(want.samples[i].size(), run.getResults()[i].samples.size());
-            for (size_t k = 0; k < want.samples[i].size(); ++k) {
-                EXPECT_TRUE(want.samples[i][k].keyed);
-                expectSame(want.samples[i][k], sink.delivered[i][k]);
-                expectSame(want.samples[i][k], run.getResults()[i].samples[k]);
-            }
+            for (const TrSample& s : want.samples[i])
+                EXPECT_TRUE(s.keyed);
+            results.push_back(run.getResults()[i].samples);
         }
+        expectSame(want.samples, sink.delivered);
+        expectSame(want.samples, results);
     }
 }
 
@@ -265,11 +256,7 @@ TEST(TrTrackRun, ALostTracksRowsEndBeforeTheFrameItWasLostIn) {
     EXPECT_EQ(1, run.getLostCount());
     ASSERT_EQ(size_t(lostAt - 1), edge.samples.size());
     EXPECT_EQ(lostAt - 1, edge.samples.back().frame);
-    for (size_t i = 0; i < specs.size(); ++i) {
-        ASSERT_EQ(want.samples[i].size(), sink.delivered[i].size());
-        for (size_t k = 0; k < want.samples[i].size(); ++k)
-            expectSame(want.samples[i][k], sink.delivered[i][k]);
-    }
+    expectSame(want.samples, sink.delivered);
     EXPECT_EQ(14u, sink.calls.size());
 
     std::rewind(notices);
@@ -306,11 +293,7 @@ TEST(TrTrackRun, AFailedFrameStillDeliversEverythingBefore) {
         EXPECT_EQ(calls, sink.calls);
         EXPECT_EQ(bare ? "frame 6: the frame source broke" : "frame 6: cannot read the frame",
                   sink.error);
-        for (size_t i = 0; i < specs.size(); ++i) {
-            ASSERT_EQ(5u, sink.delivered[i].size());
-            for (size_t k = 0; k < 5; ++k)
-                expectSame(want.samples[i][k], sink.delivered[i][k]);
-        }
+        expectSame(want.samples, sink.delivered, 5);
     }
 }
 
@@ -336,9 +319,7 @@ TEST(TrTrackRun, ThreeHundredTracksFollowAsEachWouldAlone) {
         const TrTrackResult &alone = one.getResults()[0], &among = all.getResults()[i];
         EXPECT_EQ(alone.lost, among.lost);
         EXPECT_EQ(alone.lostAt, among.lostAt);
-        ASSERT_EQ(alone.samples.size(), among.samples.size());
-        for (size_t k = 0; k < alone.samples.size(); ++k)
-            expectSame(alone.samples[k], among.samples[k]);
+        expectSame({alone.samples}, {among.samples});
         kept += alone.lost ? 0 : 1;
         keptLate += !alone.lost && i >= 256 ? 1 : 0;
     }
@@ -373,13 +354,11 @@ TEST(TrTrackRun, JobsAndReadAheadChangeNoValue) {
         run.run(1, 10);
         EXPECT_EQ(12u, sink.calls.size());
         EXPECT_EQ("finish", sink.calls.back());
+        expectSame(want.samples, sink.delivered);
         long steps = 0;
         for (size_t i = 0; i < specs.size(); ++i) {
             const TrTrackResult& r = run.getResults()[i];
             EXPECT_EQ(want.lostAt[i], r.lost ? r.lostAt : 0) << specs[i].name;
-            ASSERT_EQ(want.samples[i].size(), sink.delivered[i].size()) << specs[i].name;
-            for (size_t k = 0; k < want.samples[i].size(); ++k)
-                expectSame(want.samples[i][k], sink.delivered[i][k]);
             steps += long(r.samples.size()) + (r.lost ? 1 : 0);
         }
         const TrRunTimes& t = run.getTimes();
@@ -420,10 +399,6 @@ TEST(TrTrackRun, AFrameTheReaderCannotDecodeEndsThePassAfterTheFramesBefore) {
                   sink.calls);
         EXPECT_EQ(0u, sink.error.find("frame 6: cannot read \"" + broken + "\"")) << sink.error;
         EXPECT_EQ(5, run.getTimes().frames);
-        for (size_t i = 0; i < specs.size(); ++i) {
-            ASSERT_EQ(5u, sink.delivered[i].size());
-            for (size_t k = 0; k < 5; ++k)
-                expectSame(want.samples[i][k], sink.delivered[i][k]);
-        }
+        expectSame(want.samples, sink.delivered, 5);
     }
 }

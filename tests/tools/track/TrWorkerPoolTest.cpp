@@ -2,9 +2,7 @@
 
 #include "image/Copy.h"
 #include "support/ExpectThrows.h"
-#include "tools/track/TrFrameReader.h"
 #include "tools/track/TrMovingPlate.h"
-#include "track/Sequence/TrDiskSequence.h"
 #include "track/Sequence/TrSequence.h"
 
 #include <gtest/gtest.h>
@@ -360,23 +358,4 @@ TEST(TrWorkerPool, WorkersTakeTurnsOnFewerThreadsAndCountTheirCpuTime) {
             pool.step(1, 1, none, std::vector<bool>(5, false), results);
         },
         "frame 1: 0 copies for 2 threads");
-}
-
-// Frames read ahead from files and handed to two workers give what the plain
-// loop gives reading the same files through the disk sequence.
-TEST(TrWorkerPool, ReadAheadFromFilesTracksExactlyAsTheDiskSequence) {
-    movingplate::TempDir dir;
-    movingplate::writePlate(dir, kW, kH, 1, 14);
-    Orvane::SmartPtr<TrDiskSequence> disk(new TrDiskSequence(dstring(dir / "plate.####.png")));
-    const Record want = plainRun(disk.get(), 2, 14);
-    expectTracked(want, 2, 14);
-
-    TrFrameReader reader(*disk, 2, 14, 2, 3, 2);
-    const Record got = pooledRun(2, 1, 14, 2, 14, [&](int f, int n) {
-        TrReadFrame frame;
-        if (!reader.next(frame) || !frame.ok() || frame.frame != f || int(frame.copies.size()) != n)
-            throw std::runtime_error("frame " + std::to_string(f) + " not read: " + frame.error);
-        return std::move(frame.copies);
-    });
-    expectSame(want, got, "read ahead");
 }
