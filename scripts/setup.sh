@@ -8,6 +8,7 @@ packages=(
     liblapack-dev
     libopenimageio-dev openimageio-tools
     zlib1g-dev
+    libpng-dev # the PNG decoder's test writes its own files
     libgl-dev
     libopencv-dev # the comparison benchmark only
     opencv-doc # its sample photographs and footage, for the accuracy suite

@@ -144,3 +144,33 @@ TEST(TavrixTrackJobs, AJobCountBelowOneIsRefused) {
         EXPECT_EQ("", r.out);
     }
 }
+
+// Frames read on the tracking thread, or on any number of readers, give the
+// same bytes; the summary then shows the reading as the pass's own time.
+TEST(TavrixTrackJobs, ReadersChangeWhereFramesAreReadNotTheResults) {
+    TempDir dir;
+    movingplate::writePlate(dir, 160, 120, 1, 12);
+    const std::string args = dir / "plate.####.png --track 40.5,40.5 --track 90.5,60.5 "
+                                   "--track 120.5,80.5 --out " +
+                             dir / "r.csv";
+    const Result ahead = run(dir, args + " --jobs 1");
+    ASSERT_EQ(0, ahead.status) << ahead.err;
+    const std::string written = readFile(dir / "r.csv");
+    EXPECT_GT(count(written, "\n"), 30);
+    const struct {
+        const char* options;
+        std::string reading;
+    } cases[] = {{" --jobs 1 --readers 0", "reading [0-9.]+ s; "},
+                 {" --readers 1 --jobs 2", "reading [0-9.]+ s on 1 threads, waited [0-9.]+ s; "},
+                 {" --readers=3", "reading [0-9.]+ s on 3 threads, waited [0-9.]+ s; "}};
+    for (const auto& c : cases) {
+        const Result r = run(dir, args + c.options);
+        ASSERT_EQ(0, r.status) << c.options << ": " << r.err;
+        EXPECT_TRUE(written == readFile(dir / "r.csv")) << c.options;
+        EXPECT_TRUE(std::regex_search(r.err, std::regex("frames/s; " + c.reading + "tracking ")))
+            << c.options << ": " << r.err;
+    }
+    const Result refused = run(dir, args + " --readers -1");
+    EXPECT_EQ(2, refused.status);
+    EXPECT_EQ("tavrix-track: --readers: must be at least 0, got \"-1\"\n", refused.err);
+}

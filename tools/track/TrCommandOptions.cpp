@@ -225,6 +225,16 @@ const Option kOptions[] = {
              fail(g.name + ": must be at least 1, got \"" + g.value + "\"");
      },
      nullptr, nullptr},
+    {"--readers", nullptr, "N",
+     "threads that read and decode frames ahead of the tracking; 0 reads them on the tracking "
+     "thread, so that --jobs 1 --readers 0 runs the whole pass on one core (default: one per "
+     "core, up to four)",
+     [](Parsing& p, const Given& g) {
+         p.o.readers = TrNumbers::parseInt(g.value, g.name);
+         if (p.o.readers < 0)
+             fail(g.name + ": must be at least 0, got \"" + g.value + "\"");
+     },
+     nullptr, nullptr},
 
     {nullptr, nullptr, nullptr, "Output:", nullptr, nullptr, nullptr},
     {"--out", "-o", "FILE.csv|.json", "results (default: CSV on standard output)",

@@ -52,6 +52,9 @@ struct TrCommandOptions {
     std::string detectOut;
     /// Threads that follow the tracks; 0 for one per core.
     int jobs = 0;
+    /// Threads that read frames ahead of the tracking; 0 reads on the
+    /// tracking thread, -1 takes one per core up to four.
+    int readers = -1;
     /// Results file (.csv or .json); empty writes CSV to standard output.
     std::string out;
     std::string overlayDir;

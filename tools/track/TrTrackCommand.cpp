@@ -158,12 +158,13 @@ void prepare(Prepared& p) {
 }
 
 // Tracking threads as asked, one per core by default; frames are decoded on
-// up to four threads besides, which keeps a 1080p plate ahead of two jobs.
+// up to four threads besides, which keeps a 1080p plate ahead of two jobs,
+// unless the readers are given.
 TrRunThreads threadsOf(const TrCommandOptions& o) {
     const int cores = int(std::max(1u, std::thread::hardware_concurrency()));
     TrRunThreads t;
     t.jobs = o.jobs > 0 ? o.jobs : cores;
-    t.decoders = std::min(cores, 4);
+    t.decoders = o.readers >= 0 ? o.readers : std::min(cores, 4);
     return t;
 }
 
