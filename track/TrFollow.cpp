@@ -86,6 +86,18 @@ void smoothVelocity(TrStepState& s) {
         GenPoint<double>((1 - w) * moveX + w * s.velocity.x, (1 - w) * moveY + w * s.velocity.y);
 }
 
+// The same after `coasted` predicted frames in a row: the miss built up over
+// all of them, so the velocity learns the move per frame since the last
+// accepted one, not the whole jump.
+void smoothVelocityAfterCoast(TrStepState& s, int coasted) {
+    const double w = s.velocityWeight;
+    const double share = 1.0 / (coasted + 1);
+    const double moveX = s.velocity.x + (double(s.position.x) - s.predicted.x) * share;
+    const double moveY = s.velocity.y + (double(s.position.y) - s.predicted.y) * share;
+    s.velocity =
+        GenPoint<double>((1 - w) * moveX + w * s.velocity.x, (1 - w) * moveY + w * s.velocity.y);
+}
+
 // Extrapolates the shape for the next frame by the transform gain.
 void predictShape(TrStepState& s) {
     const AffineTransform before = s.transform;
@@ -162,7 +174,16 @@ void TrFollow::setup() {
     checkedShot()->getTrackRange(hasStart, rangeStart, hasEnd, rangeEnd);
 }
 
-void TrFollow::end(int) {}
+// The robust refinement settles the last two frames too, which no later
+// step reaches; only tracks still going, whose rows a caller has not yet
+// taken as final.
+void TrFollow::end(int frame) {
+    if (!(lagRefine && guardedLag) || shot.get() == nullptr)
+        return;
+    for (int i = 0; i < infos.getCount() && size_t(i) < stepStatus.size(); ++i)
+        if (stepStatus[size_t(i)] != TrStepStatus::Lost && infos[i].matcher != nullptr)
+            refineGuarded(i, frame + 2 * passDirection, infos[i], passDirection);
+}
 
 Reducer* TrFollow::setupReducer(const Image& pattern, const dstring& mode) {
     const TrModeName<TrColorMode>* row = TrModes::findColorMode(mode.data());
@@ -201,6 +222,7 @@ bool TrFollow::track(int i, int frame, int direction) {
     // Lost until the step gets through: a throw leaves it so.
     stepStatus[size_t(i)] = TrStepStatus::Lost;
     direction = direction < 0 ? -1 : 1;
+    passDirection = direction;
     // A cancelled pass does no further work, whichever track comes next.
     if (feedback && feedback->isCancelled())
         return stopBecause(i, "the pass was cancelled");
@@ -300,7 +322,10 @@ TrFollow::Verdict TrFollow::matchWithRetries(int i, int frame, TrTrackInfo& info
         const bool refined = matchAndRefine(i, info);
         if (!refined && !coasts)
             return Verdict::stopTrack();
-        smoothVelocity(info);
+        if (coasts && info.failCount > 0)
+            smoothVelocityAfterCoast(info, info.failCount);
+        else
+            smoothVelocity(info);
         if (refined) {
             verdict = judge(i, frame, behaviorName, info);
         } else {
@@ -517,9 +542,11 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info) {
 TrFollow::Verdict TrFollow::judge(int i, int frame, const dstring& behaviorName,
                                   TrTrackInfo& info) {
     if (accepts(i, info)) {
+        // A miss after coasting built up over the coasted frames.
+        const double share = 1.0 / (1 + info.failCount);
         if (motionSpreads > 0)
-            motion[size_t(i)].learn(GenPoint<double>(info.position.x - info.predicted.x,
-                                                     info.position.y - info.predicted.y));
+            motion[size_t(i)].learn(GenPoint<double>((info.position.x - info.predicted.x) * share,
+                                                     (info.position.y - info.predicted.y) * share));
         info.failCount = 0;
         Verdict verdict;
         verdict.matched = true;

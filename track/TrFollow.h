@@ -75,7 +75,9 @@ public:
     /// outside the records throws BadIndexException "Array::operator[]"; a
     /// missing shot NullPointerException "TrFollow: no shot".
     bool track(int i, int frame, int direction);
-    /// Ends the pass; the records stay until the next `begin`.
+    /// Ends the pass at `frame`, the last one tracked; the records stay until
+    /// the next `begin`. With the guarded lagged refinement it re-solves the
+    /// last two frames of every track not lost, which no later step reaches.
     void end(int frame);
     /// Why the last `track(i, …)` returned false, as a fixed text ("its
     /// pattern lies outside the frame", "its match scored below the
@@ -151,7 +153,7 @@ public:
     /// several times over, at the price of a fit of the search image and dearer warps in
     /// that one solve (8 to 16 % more CPU time a step, measured on a busy
     /// machine). The step's own solves stay bilinear, and so do the last two
-    /// frames of a pass, which no lagged solve reaches.
+    /// frames of a pass unless the guarded refinement settles them at `end`.
     void setRefineInterpolation(Orvane::Interpolation how) { refineInterpolation = how; }
     Orvane::Interpolation getRefineInterpolation() const { return refineInterpolation; }
 
@@ -229,6 +231,8 @@ private:
     bool guardedLag = false;
     int coastFrames = 0;
     double motionSpreads = 0;
+    /// The direction of the pass's last step, for `end`.
+    int passDirection = 1;
     /// One per record, reset at its begin frame; read only by the motion check.
     std::vector<TrMotionCheck> motion;
 };
