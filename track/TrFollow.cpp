@@ -497,6 +497,17 @@ void solveLagged(AffineProblem& problem, const TrTrackInfo& info, const GenPoint
     problem.execute();
 }
 
+// The re-solve of setGuardedShapeFit at the keyed position `q`: position
+// and shape together from the averaged shape, at full size only, as the
+// step has already put `q` within a fraction of a pixel; the caller frees
+// the shape as the track does.
+void solveGuarded(AffineProblem& problem, const TrTrackInfo& info, const GenPoint<double>& q,
+                  const AffineTransform& average, Orvane::Interpolation interpolation) {
+    pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average, interpolation);
+    problem.setUseTranslation(true);
+    problem.setCoarseToFine(false);
+}
+
 } // namespace
 
 void TrFollow::refineAffine(int i, TrTrackInfo& info) {
@@ -676,7 +687,15 @@ void TrFollow::refineGuardedAt(int i, int p, TrTrackInfo& info, int direction) {
     const GenPoint<double> q = s->getPosition(i, t);
     AffineProblem& problem = kept(info.shiftProblem);
     try {
-        solveLagged(problem, info, q, average, refineInterpolation);
+        if (guardedShape) {
+            solveGuarded(problem, info, q, average, refineInterpolation);
+            problem.setUseRotation(s->getUseRotate(i));
+            problem.setUseScale(s->getUseScale(i));
+            problem.setUseStretch(s->getUseStretch(i));
+            problem.execute();
+        } else {
+            solveLagged(problem, info, q, average, refineInterpolation);
+        }
     } catch (const KrMatrixError&) {
         return;
     }
@@ -684,7 +703,7 @@ void TrFollow::refineGuardedAt(int i, int p, TrTrackInfo& info, int direction) {
     if (!(tolerance <= quality && own <= quality))
         return;
     const GenPoint<float> d = problem.getTranslation();
-    s->setTransform(i, t, average);
+    s->setTransform(i, t, guardedShape ? problem.getXform() : average);
     s->setPosition(i, t, GenPoint<double>(q.x + d.x, q.y + d.y));
     s->setQuality(i, t, quality);
 }

@@ -300,42 +300,45 @@ struct OwnKeys : TrFeedback {
 };
 
 // The guarded refinement keeps a re-solve only where it scores at least the
-// tolerance and the step's own score, and leaves the begin frame as placed.
+// tolerance and the step's own score, and leaves the begin frame as placed,
+// whether or not it fits the shape too.
 TEST(TrFollowRobust, GuardedLagRefinementKeepsOnlyBetterScores) {
-    for (const Scene& s : {occluder(true), blurred()}) {
-        SCOPED_TRACE(s.name);
-        std::unique_ptr<OwnKeys> own;
-        Pass pass(s, [&](TrFollow& f) {
-            f.setGuardedLagRefine(true);
-            own = std::make_unique<OwnKeys>(*f.getShot());
-            f.setFeedback(own.get());
-        });
-        int kept = 0, refused = 0;
-        for (const auto& [at, key] : own->keys) {
-            const auto [k, f] = at;
-            const GenPoint<double> p = pass.shot.getPosition(k, float(f));
-            const double q = pass.shot.getQuality(k, float(f));
-            if (f == 1 || (bits(p.x) == bits(key.first.x) && bits(p.y) == bits(key.first.y))) {
-                EXPECT_EQ(bits(key.second), bits(q)) << k << " " << f;
-                ++refused;
-            } else {
-                EXPECT_GE(q, key.second) << k << " " << f;
-                EXPECT_GE(q, 0.8) << k << " " << f;
-                ++kept;
+    for (const bool shapeFit : {false, true})
+        for (const Scene& s : {occluder(true), blurred()}) {
+            SCOPED_TRACE(s.name + std::string(shapeFit ? " fitting the shape" : ""));
+            std::unique_ptr<OwnKeys> own;
+            Pass pass(s, [&](TrFollow& f) {
+                f.setGuardedLagRefine(true);
+                f.setGuardedShapeFit(shapeFit);
+                own = std::make_unique<OwnKeys>(*f.getShot());
+                f.setFeedback(own.get());
+            });
+            int kept = 0, refused = 0;
+            for (const auto& [at, key] : own->keys) {
+                const auto [k, f] = at;
+                const GenPoint<double> p = pass.shot.getPosition(k, float(f));
+                const double q = pass.shot.getQuality(k, float(f));
+                if (f == 1 || (bits(p.x) == bits(key.first.x) && bits(p.y) == bits(key.first.y))) {
+                    EXPECT_EQ(bits(key.second), bits(q)) << k << " " << f;
+                    ++refused;
+                } else {
+                    EXPECT_GE(q, key.second) << k << " " << f;
+                    EXPECT_GE(q, 0.8) << k << " " << f;
+                    ++kept;
+                }
             }
+            for (size_t k = 0; k < s.starts.size(); ++k)
+                EXPECT_EQ(s.starts[k], pass.shot.getPosition(int(k), 1));
+            // Nothing touches frame 1 once frame 2 has begun.
+            const auto firstOfTwo =
+                std::find_if(pass.shot.writes.begin(), pass.shot.writes.end(),
+                             [](const std::string& w) { return w.substr(1) == "2"; });
+            EXPECT_EQ(pass.shot.writes.end(),
+                      std::find_if(firstOfTwo, pass.shot.writes.end(),
+                                   [](const std::string& w) { return w.substr(1) == "1"; }));
+            std::printf("%-20s re-solves kept %d, left %d\n", s.name, kept, refused);
+            EXPECT_GT(kept + refused, 20);
         }
-        for (size_t k = 0; k < s.starts.size(); ++k)
-            EXPECT_EQ(s.starts[k], pass.shot.getPosition(int(k), 1));
-        // Nothing touches frame 1 once frame 2 has begun.
-        const auto firstOfTwo =
-            std::find_if(pass.shot.writes.begin(), pass.shot.writes.end(),
-                         [](const std::string& w) { return w.substr(1) == "2"; });
-        EXPECT_EQ(pass.shot.writes.end(),
-                  std::find_if(firstOfTwo, pass.shot.writes.end(),
-                               [](const std::string& w) { return w.substr(1) == "1"; }));
-        std::printf("%-20s re-solves kept %d, left %d\n", s.name, kept, refused);
-        EXPECT_GT(kept + refused, 20);
-    }
 }
 
 // No later step reaches the last two frames of a pass: with the guarded
