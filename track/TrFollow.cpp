@@ -86,6 +86,18 @@ void smoothVelocity(TrStepState& s) {
         GenPoint<double>((1 - w) * moveX + w * s.velocity.x, (1 - w) * moveY + w * s.velocity.y);
 }
 
+// The same after `coasted` predicted frames in a row: the miss built up over
+// all of them, so the velocity learns the move per frame since the last
+// accepted one, not the whole jump.
+void smoothVelocityAfterCoast(TrStepState& s, int coasted) {
+    const double w = s.velocityWeight;
+    const double share = 1.0 / (coasted + 1);
+    const double moveX = s.velocity.x + (double(s.position.x) - s.predicted.x) * share;
+    const double moveY = s.velocity.y + (double(s.position.y) - s.predicted.y) * share;
+    s.velocity =
+        GenPoint<double>((1 - w) * moveX + w * s.velocity.x, (1 - w) * moveY + w * s.velocity.y);
+}
+
 // Extrapolates the shape for the next frame by the transform gain.
 void predictShape(TrStepState& s) {
     const AffineTransform before = s.transform;
@@ -162,7 +174,16 @@ void TrFollow::setup() {
     checkedShot()->getTrackRange(hasStart, rangeStart, hasEnd, rangeEnd);
 }
 
-void TrFollow::end(int) {}
+// The robust refinement settles the last two frames too, which no later
+// step reaches; only tracks still going, whose rows a caller has not yet
+// taken as final.
+void TrFollow::end(int frame) {
+    if (!(lagRefine && guardedLag) || shot.get() == nullptr)
+        return;
+    for (int i = 0; i < infos.getCount() && size_t(i) < stepStatus.size(); ++i)
+        if (stepStatus[size_t(i)] != TrStepStatus::Lost && infos[i].matcher != nullptr)
+            refineGuarded(i, frame + 2 * passDirection, infos[i], passDirection);
+}
 
 Reducer* TrFollow::setupReducer(const Image& pattern, const dstring& mode) {
     const TrModeName<TrColorMode>* row = TrModes::findColorMode(mode.data());
@@ -201,6 +222,7 @@ bool TrFollow::track(int i, int frame, int direction) {
     // Lost until the step gets through: a throw leaves it so.
     stepStatus[size_t(i)] = TrStepStatus::Lost;
     direction = direction < 0 ? -1 : 1;
+    passDirection = direction;
     // A cancelled pass does no further work, whichever track comes next.
     if (feedback && feedback->isCancelled())
         return stopBecause(i, "the pass was cancelled");
@@ -300,7 +322,10 @@ TrFollow::Verdict TrFollow::matchWithRetries(int i, int frame, TrTrackInfo& info
         const bool refined = matchAndRefine(i, info);
         if (!refined && !coasts)
             return Verdict::stopTrack();
-        smoothVelocity(info);
+        if (coasts && info.failCount > 0)
+            smoothVelocityAfterCoast(info, info.failCount);
+        else
+            smoothVelocity(info);
         if (refined) {
             verdict = judge(i, frame, behaviorName, info);
         } else {
@@ -472,6 +497,17 @@ void solveLagged(AffineProblem& problem, const TrTrackInfo& info, const GenPoint
     problem.execute();
 }
 
+// The re-solve of setGuardedShapeFit at the keyed position `q`: position
+// and shape together from the averaged shape, at full size only, as the
+// step has already put `q` within a fraction of a pixel; the caller frees
+// the shape as the track does.
+void solveGuarded(AffineProblem& problem, const TrTrackInfo& info, const GenPoint<double>& q,
+                  const AffineTransform& average, Orvane::Interpolation interpolation) {
+    pose(problem, info, GenPoint<float>(float(q.x), float(q.y)), average, interpolation);
+    problem.setUseTranslation(true);
+    problem.setCoarseToFine(false);
+}
+
 } // namespace
 
 void TrFollow::refineAffine(int i, TrTrackInfo& info) {
@@ -517,9 +553,11 @@ void TrFollow::refineAffine(int i, TrTrackInfo& info) {
 TrFollow::Verdict TrFollow::judge(int i, int frame, const dstring& behaviorName,
                                   TrTrackInfo& info) {
     if (accepts(i, info)) {
+        // A miss after coasting built up over the coasted frames.
+        const double share = 1.0 / (1 + info.failCount);
         if (motionSpreads > 0)
-            motion[size_t(i)].learn(GenPoint<double>(info.position.x - info.predicted.x,
-                                                     info.position.y - info.predicted.y));
+            motion[size_t(i)].learn(GenPoint<double>((info.position.x - info.predicted.x) * share,
+                                                     (info.position.y - info.predicted.y) * share));
         info.failCount = 0;
         Verdict verdict;
         verdict.matched = true;
@@ -649,7 +687,15 @@ void TrFollow::refineGuardedAt(int i, int p, TrTrackInfo& info, int direction) {
     const GenPoint<double> q = s->getPosition(i, t);
     AffineProblem& problem = kept(info.shiftProblem);
     try {
-        solveLagged(problem, info, q, average, refineInterpolation);
+        if (guardedShape) {
+            solveGuarded(problem, info, q, average, refineInterpolation);
+            problem.setUseRotation(s->getUseRotate(i));
+            problem.setUseScale(s->getUseScale(i));
+            problem.setUseStretch(s->getUseStretch(i));
+            problem.execute();
+        } else {
+            solveLagged(problem, info, q, average, refineInterpolation);
+        }
     } catch (const KrMatrixError&) {
         return;
     }
@@ -657,7 +703,7 @@ void TrFollow::refineGuardedAt(int i, int p, TrTrackInfo& info, int direction) {
     if (!(tolerance <= quality && own <= quality))
         return;
     const GenPoint<float> d = problem.getTranslation();
-    s->setTransform(i, t, average);
+    s->setTransform(i, t, guardedShape ? problem.getXform() : average);
     s->setPosition(i, t, GenPoint<double>(q.x + d.x, q.y + d.y));
     s->setQuality(i, t, quality);
 }

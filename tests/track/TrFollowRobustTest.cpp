@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfloat>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -197,6 +199,42 @@ TEST(TrFollowRobust, ACoastedTrackTakesTheNextPassingMatch) {
     EXPECT_EQ(0, rig.follow.getInfo(0).failCount);
 }
 
+// The texture halts after frame 5 while the track coasts on through frames
+// 6 to 11; at frame 12 the match finds it seven predicted moves back. The
+// velocity learns the move per frame since frame 5, not the whole jump, which
+// would send it backward faster than it ever went forward.
+TEST(TrFollowRobust, ReacquiringAfterCoastingLearnsTheMovePerFrame) {
+    Texture texture{11};
+    RecordingShot shot(kWidth, kHeight, [&](double x, double y, int f) {
+        const int g = std::min(f, 5);
+        return texture(x - 1.25 * (g - 1), y + 0.5 * (g - 1));
+    });
+    shot.add(80, 70);
+    shot.setFailureTolerance(0, 0.8);
+    shot.setFailureBehavior(0, "predict");
+    TrFollow follow;
+    follow.setShot(&shot);
+    follow.setCoastFrames(8);
+    follow.begin(1, 1);
+    for (int f = 1; f <= 5; ++f)
+        ASSERT_TRUE(follow.track(0, f, 1));
+    const GenPoint<double> v = follow.getInfo(0).velocity;
+    ASSERT_GT(v.x, 1.0);
+    shot.setFailureTolerance(0, 1.5);
+    for (int f = 6; f <= 11; ++f)
+        ASSERT_TRUE(follow.track(0, f, 1));
+    shot.setFailureTolerance(0, 0.8);
+    ASSERT_TRUE(follow.track(0, 12, 1));
+    ASSERT_EQ(TrStepStatus::Tracked, follow.getStepStatus(0));
+    const GenPoint<double> at = shot.getPosition(0, 12);
+    EXPECT_LT(std::hypot(at.x - 85, at.y - 68), 0.1);
+    // The move per frame since frame 5 is nil: the velocity only decays,
+    // 0.6 of what it was, and keeps its sign.
+    const GenPoint<double> after = follow.getInfo(0).velocity;
+    EXPECT_NEAR(0.6 * v.x, after.x, 0.05 * std::abs(v.x));
+    EXPECT_NEAR(0.6 * v.y, after.y, 0.05 * std::abs(v.x));
+}
+
 // Coasting leaves "stop" alone, and a flat frame, which the designed driver
 // stops at, is one more miss to coast through.
 TEST(TrFollowRobust, CoastingCarriesFlatFramesButNotTheStopBehaviour) {
@@ -262,41 +300,77 @@ struct OwnKeys : TrFeedback {
 };
 
 // The guarded refinement keeps a re-solve only where it scores at least the
-// tolerance and the step's own score, and leaves the begin frame as placed.
+// tolerance and the step's own score, and leaves the begin frame as placed,
+// whether or not it fits the shape too.
 TEST(TrFollowRobust, GuardedLagRefinementKeepsOnlyBetterScores) {
-    for (const Scene& s : {occluder(true), blurred()}) {
-        SCOPED_TRACE(s.name);
-        std::unique_ptr<OwnKeys> own;
-        Pass pass(s, [&](TrFollow& f) {
-            f.setGuardedLagRefine(true);
-            own = std::make_unique<OwnKeys>(*f.getShot());
-            f.setFeedback(own.get());
-        });
-        int kept = 0, refused = 0;
-        for (const auto& [at, key] : own->keys) {
-            const auto [k, f] = at;
-            const GenPoint<double> p = pass.shot.getPosition(k, float(f));
-            const double q = pass.shot.getQuality(k, float(f));
-            if (f == 1 || (bits(p.x) == bits(key.first.x) && bits(p.y) == bits(key.first.y))) {
-                EXPECT_EQ(bits(key.second), bits(q)) << k << " " << f;
-                ++refused;
-            } else {
-                EXPECT_GE(q, key.second) << k << " " << f;
-                EXPECT_GE(q, 0.8) << k << " " << f;
-                ++kept;
+    for (const bool shapeFit : {false, true})
+        for (const Scene& s : {occluder(true), blurred()}) {
+            SCOPED_TRACE(s.name + std::string(shapeFit ? " fitting the shape" : ""));
+            std::unique_ptr<OwnKeys> own;
+            Pass pass(s, [&](TrFollow& f) {
+                f.setGuardedLagRefine(true);
+                f.setGuardedShapeFit(shapeFit);
+                own = std::make_unique<OwnKeys>(*f.getShot());
+                f.setFeedback(own.get());
+            });
+            int kept = 0, refused = 0;
+            for (const auto& [at, key] : own->keys) {
+                const auto [k, f] = at;
+                const GenPoint<double> p = pass.shot.getPosition(k, float(f));
+                const double q = pass.shot.getQuality(k, float(f));
+                if (f == 1 || (bits(p.x) == bits(key.first.x) && bits(p.y) == bits(key.first.y))) {
+                    EXPECT_EQ(bits(key.second), bits(q)) << k << " " << f;
+                    ++refused;
+                } else {
+                    EXPECT_GE(q, key.second) << k << " " << f;
+                    EXPECT_GE(q, 0.8) << k << " " << f;
+                    ++kept;
+                }
             }
+            for (size_t k = 0; k < s.starts.size(); ++k)
+                EXPECT_EQ(s.starts[k], pass.shot.getPosition(int(k), 1));
+            // Nothing touches frame 1 once frame 2 has begun.
+            const auto firstOfTwo =
+                std::find_if(pass.shot.writes.begin(), pass.shot.writes.end(),
+                             [](const std::string& w) { return w.substr(1) == "2"; });
+            EXPECT_EQ(pass.shot.writes.end(),
+                      std::find_if(firstOfTwo, pass.shot.writes.end(),
+                                   [](const std::string& w) { return w.substr(1) == "1"; }));
+            std::printf("%-20s re-solves kept %d, left %d\n", s.name, kept, refused);
+            EXPECT_GT(kept + refused, 20);
         }
-        for (size_t k = 0; k < s.starts.size(); ++k)
-            EXPECT_EQ(s.starts[k], pass.shot.getPosition(int(k), 1));
-        // Nothing touches frame 1 once frame 2 has begun.
-        const auto firstOfTwo =
-            std::find_if(pass.shot.writes.begin(), pass.shot.writes.end(),
-                         [](const std::string& w) { return w.substr(1) == "2"; });
-        EXPECT_EQ(pass.shot.writes.end(),
-                  std::find_if(firstOfTwo, pass.shot.writes.end(),
-                               [](const std::string& w) { return w.substr(1) == "1"; }));
-        std::printf("%-20s re-solves kept %d, left %d\n", s.name, kept, refused);
-        EXPECT_GT(kept + refused, 20);
+}
+
+// No later step reaches the last two frames of a pass: with the guarded
+// refinement `end` re-solves them under the same guard and frees every
+// cached search image; the designed `end` writes nothing.
+TEST(TrFollowRobust, EndSettlesTheLastTwoFramesUnderTheGuard) {
+    for (const bool guarded : {false, true}) {
+        SCOPED_TRACE(guarded);
+        Steady rig("default");
+        rig.follow.setGuardedLagRefine(guarded);
+        rig.follow.setRefineInterpolation(Orvane::Interpolation::BSpline);
+        rig.follow.begin(1, 1);
+        for (int f = 1; f <= 10; ++f)
+            ASSERT_TRUE(rig.follow.track(0, f, 1));
+        EXPECT_EQ(2, rig.follow.getCachedSearchCount(0));
+        const double own9 = rig.shot.getQuality(0, 9), own10 = rig.shot.getQuality(0, 10);
+        rig.shot.writes.clear();
+        rig.follow.end(10);
+        if (!guarded) {
+            EXPECT_TRUE(rig.shot.writes.empty());
+            continue;
+        }
+        EXPECT_EQ(0, rig.follow.getCachedSearchCount(0));
+        for (const std::string& w : rig.shot.writes)
+            EXPECT_TRUE(w.substr(1) == "9" || w.substr(1) == "10") << w;
+        EXPECT_FALSE(rig.shot.writes.empty());
+        EXPECT_GE(rig.shot.getQuality(0, 9), own9);
+        EXPECT_GE(rig.shot.getQuality(0, 10), own10);
+        for (int f = 9; f <= 10; ++f) {
+            const GenPoint<double> q = rig.shot.getPosition(0, float(f)), t = rig.truth(f);
+            EXPECT_LT(std::hypot(q.x - t.x, q.y - t.y), 0.05) << f;
+        }
     }
 }
 

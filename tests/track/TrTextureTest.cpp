@@ -144,3 +144,56 @@ TEST(TrTexture, ThresholdSeparatesGrainFromDetail) {
         levels<unsigned char>(21, 21, [&](int, int) { return std::lround(128 + noise(rng)); });
     EXPECT_GT(TrTexture::measure(noisy), 10 * TrTexture::kMinimum);
 }
+
+// White noise of known deviation on a plane: the estimate finds its variance
+// (within the spread of a mean over 99² samples) and the plane adds nothing.
+TEST(TrTexture, NoiseEstimateFindsTheVarianceOfWhiteNoise) {
+    std::mt19937 rng(17);
+    for (const double sigma : {2.0, 8.0}) {
+        std::normal_distribution<double> grain(0, sigma);
+        const Image img = levels<float>(
+            101, 101, [&](int x, int y) { return 100 + 0.7 * x - 0.4 * y + grain(rng); });
+        const double expected = (sigma / 255) * (sigma / 255);
+        EXPECT_NEAR(expected, TrTexture::noise(img), 0.05 * expected) << sigma;
+    }
+    EXPECT_NEAR(
+        0, TrTexture::noise(levels<float>(21, 21, [](int x, int y) { return 3.0 * x + 1.5 * y; })),
+        1e-12);
+    EXPECT_EQ(0, TrTexture::noise(levels<float>(2, 9, [](int x, int) { return 100.0 * x; })));
+}
+
+// Smooth texture fainter than the minimum, as blurred noise of a few grey
+// levels like the timing plate's, is enough by its ratio to the noise;
+// grain on flat sky of any level under the minimum is not, nor a noiseless
+// pattern under the floor.
+TEST(TrTexture, SmoothFaintTexturePassesWhereGrainFails) {
+    std::mt19937 rng(23);
+    std::uniform_real_distribution<double> uniform(0.35 * 255, 0.65 * 255);
+    const int n = 21, r = 3;
+    std::vector<double> raw(size_t(n + 2 * r) * size_t(n + 2 * r));
+    for (double& v : raw)
+        v = uniform(rng);
+    // A 7x7 binomial blur, as the plate's 7x7 blur, then 8-bit levels.
+    const double w[7] = {1, 6, 15, 20, 15, 6, 1};
+    const Image smooth = levels<unsigned char>(n, n, [&](int x, int y) {
+        double s = 0;
+        for (int j = 0; j < 7; ++j)
+            for (int i = 0; i < 7; ++i)
+                s += w[i] * w[j] * raw[size_t(y + j) * size_t(n + 2 * r) + size_t(x + i)];
+        return std::lround(s / 4096);
+    });
+    EXPECT_LT(TrTexture::measure(smooth), TrTexture::kMinimum);
+    EXPECT_GT(TrTexture::measure(smooth), TrTexture::kFloor);
+    EXPECT_TRUE(TrTexture::isEnough(smooth));
+    for (const double sigma : {0.5, 1.0, 2.0, 3.0}) {
+        std::normal_distribution<double> grain(0, sigma);
+        const Image sky = levels<unsigned char>(
+            n, n, [&](int, int y) { return std::lround(150 + 0.2 * y + grain(rng)); });
+        EXPECT_LT(TrTexture::measure(sky), TrTexture::kMinimum) << sigma;
+        EXPECT_FALSE(TrTexture::isEnough(sky)) << sigma;
+    }
+    const Image faint = levels<float>(
+        n, n, [](int x, int y) { return 128 + 0.25 * std::sin(x) + 0.25 * std::cos(y); });
+    EXPECT_LT(TrTexture::measure(faint), TrTexture::kFloor);
+    EXPECT_FALSE(TrTexture::isEnough(faint));
+}

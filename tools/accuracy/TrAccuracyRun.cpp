@@ -73,7 +73,10 @@ TrPassResult runAccuracyPass(const std::vector<Orvane::Image>& frames,
             if (!going)
                 stoppedAt[std::size_t(k)] = f;
         }
+    // The robust driver settles the last frames at the end of the pass.
+    const double t0 = _threadSeconds();
     follow.end(end);
+    result.cpuSeconds += _threadSeconds() - t0;
 
     result.path.assign(std::size_t(tracks), std::vector<GenPoint<double>>(std::size_t(n)));
     result.alive.assign(std::size_t(tracks), std::vector<bool>(std::size_t(n), false));

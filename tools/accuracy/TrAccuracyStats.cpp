@@ -23,6 +23,11 @@ void TrAccuracyStats::addEnd(bool isKept, double finalError, bool tracked) {
         ++heldTracks;
     if (finalError > 3 && tracked)
         ++following;
+    if (tracked) {
+        ++trackedToEnd;
+        if (finalError <= 1)
+            ++trackedHeld;
+    }
 }
 
 void TrAccuracyStats::addClip(const TrAccuracyClip& clip, const TrPassResult& pass) {

@@ -48,6 +48,10 @@ public:
     /// Tracks that ended more than 3 px from the truth while reported
     /// Tracked: following something else.
     int getFollowing() const { return following; }
+    /// Tracks followed to the last frame and reported Tracked there, and
+    /// those of them ending within 1 px: what a user would trust.
+    int getTrackedToEnd() const { return trackedToEnd; }
+    int getTrackedHeld() const { return trackedHeld; }
     /// Tracker CPU time per track and frame, in microseconds.
     double microsPerStep() const;
 
@@ -62,6 +66,8 @@ private:
     int occluded = 0;
     int recovered = 0;
     int following = 0;
+    int trackedToEnd = 0;
+    int trackedHeld = 0;
     double cpuSeconds = 0;
     long steps = 0;
 };

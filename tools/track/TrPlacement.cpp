@@ -103,7 +103,9 @@ std::vector<Candidate> peaks(const Integrals& in, int w, int h, const TrTrackSpe
     for (int y = 1; y + 1 < rows; ++y)
         for (int x = 1; x + 1 < cols; ++x) {
             const double s = score[size_t(y) * size_t(cols) + size_t(x)];
-            bool top = s >= TrTexture::kMinimum;
+            // The floor is only the check's first half; `detect` applies
+            // the whole of it to each pattern it keeps.
+            bool top = s >= TrTexture::kFloor;
             for (int dy = -1; dy <= 1 && top; ++dy)
                 for (int dx = -1; dx <= 1 && top; ++dx)
                     top = (dx == 0 && dy == 0) ||
@@ -131,6 +133,11 @@ double TrPlacement::textureOf(const Image& frame, const TrTrackSpec& spec) {
     return pattern.exists() ? TrTexture::measure(pattern) : 0;
 }
 
+bool TrPlacement::hasTexture(const Image& frame, const TrTrackSpec& spec) {
+    const Image pattern = patternOf(frame, spec);
+    return pattern.exists() && TrTexture::isEnough(pattern);
+}
+
 std::vector<TrTrackSpec> TrPlacement::detect(const Image& frame, int count,
                                              const TrTrackSpec& shape) {
     const Image plane =
@@ -153,7 +160,7 @@ std::vector<TrTrackSpec> TrPlacement::detect(const Image& frame, int count,
         const bool near = std::any_of(placed.begin(), placed.end(), [&](const TrTrackSpec& t) {
             return std::hypot(t.x - s.x, t.y - s.y) < apart;
         });
-        if (near || !(textureOf(frame, s) >= TrTexture::kMinimum))
+        if (near || !hasTexture(frame, s))
             continue;
         s.name = std::to_string(placed.size() + 1);
         placed.push_back(s);

@@ -15,12 +15,15 @@ public:
     static Orvane::Image patternOf(const Orvane::Image& frame, const TrTrackSpec& spec);
     /// TrTexture's measure of that pattern; 0 when there is none.
     static double textureOf(const Orvane::Image& frame, const TrTrackSpec& spec);
+    /// Whether that pattern passes TrTexture::isEnough; false when there is
+    /// none.
+    static bool hasTexture(const Orvane::Image& frame, const TrTrackSpec& spec);
 
     /// Up to `count` tracks of `shape`'s sizes and colour mode, named "1",
     /// "2", … from the strongest, on the pixel centres of `frame` whose
     /// pattern has the largest texture measure: local maxima, at least the
     /// pattern's larger side apart, the search size in from every edge, and
-    /// each passing TrTexture's minimum. Fewer where the frame has fewer.
+    /// each passing TrTexture::isEnough. Fewer where the frame has fewer.
     static std::vector<TrTrackSpec> detect(const Orvane::Image& frame, int count,
                                            const TrTrackSpec& shape);
 };

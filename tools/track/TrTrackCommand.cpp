@@ -16,7 +16,6 @@
 #include "track/Sequence/TrDiskSequence.h"
 #include "track/Sequence/TrImageCache.h"
 #include "track/Sequence/TrTestSequence.h"
-#include "track/TrTexture.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -130,7 +129,7 @@ void warnFlatPatterns(const Prepared& p, const Orvane::Image& frame) {
     if (p.o.robust || p.o.quiet)
         return;
     for (const TrTrackSpec& s : p.specs)
-        if (!(TrPlacement::textureOf(frame, s) >= TrTexture::kMinimum))
+        if (!TrPlacement::hasTexture(frame, s))
             std::fprintf(stderr,
                          "tavrix-track: track \"%s\" has too little texture at frame %d and may "
                          "drift\n",

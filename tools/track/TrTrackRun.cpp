@@ -344,8 +344,11 @@ void TrTrackRun::run(int from, int to) {
             "frame " + std::to_string(f) + ": " + errorText(std::current_exception());
         if (progress)
             progress->finish();
-        // Whatever was tracked before the failure is still delivered.
+        // Whatever was tracked before the failure is still delivered, as a
+        // pass that ended on the frame before it.
         try {
+            if (f != from)
+                pool->end(f - direction);
             reportLosses();
             emit(lastDone, true);
         } catch (...) {
