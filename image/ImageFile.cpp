@@ -5,7 +5,6 @@
 #include "image/Format.h"
 #include "image/GenRect.h"
 #include "image/PngCheck.h"
-#include "image/PngRead.h"
 
 #include <OpenImageIO/imageio.h>
 #include <OpenImageIO/typedesc.h>
@@ -84,17 +83,9 @@ void keepToCallerThread() {
 
 bool readFile(const dstring& path, Image& out, std::string& reason) {
     keepToCallerThread();
-    std::vector<unsigned char> png;
-    if (readPngFile(path.str(), png)) {
-        // libpng would print its own line about a damaged file before ours.
-        if (!checkPngBytes(png.data(), png.size(), reason))
-            return false;
-        // Most frames are plain 8- or 16-bit PNGs: decoded straight into the
-        // image from the bytes already read, they skip a second read of the
-        // file and the general reader's copy of every row.
-        if (decodePlainPng(png.data(), png.size(), out))
-            return true;
-    }
+    // libpng would print its own line about a damaged file before ours.
+    if (!checkPngChunks(path.str(), reason))
+        return false;
     // Straight alpha stays as stored instead of being premultiplied on read.
     OIIO::ImageSpec config;
     config.attribute("oiio:UnassociatedAlpha", 1);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <vector>
 
 namespace Orvane {
@@ -85,40 +86,23 @@ bool judgeChunk(const unsigned char* chunk, uint32_t length, bool first, Walk& w
 
 } // namespace
 
-bool isPng(const unsigned char* data, size_t size) {
-    return size >= sizeof kSignature && std::memcmp(data, kSignature, sizeof kSignature) == 0;
-}
-
-bool readPngFile(const std::string& path, std::vector<unsigned char>& bytes) {
+bool checkPngChunks(const std::string& path, std::string& reason) {
     std::ifstream in(path, std::ios::binary);
-    unsigned char signature[sizeof kSignature];
-    if (!in.read(reinterpret_cast<char*>(signature), sizeof signature) ||
-        !isPng(signature, sizeof signature))
-        return false;
-    in.seekg(0, std::ios::end);
-    const std::streamoff size = in.tellg();
-    if (size < std::streamoff(sizeof signature))
-        return false;
-    // One read of the known size: walking a stream buffer byte by byte costs
-    // more than decoding the image.
-    bytes.resize(size_t(size));
-    in.seekg(0);
-    in.read(reinterpret_cast<char*>(bytes.data()), size);
-    bytes.resize(size_t(in.gcount()));
-    return true;
-}
-
-bool checkPngBytes(const unsigned char* file, size_t size, std::string& reason) {
-    if (!isPng(file, size))
+    if (!in)
+        return true; // the decoder names the reason
+    const std::vector<unsigned char> file((std::istreambuf_iterator<char>(in)),
+                                          std::istreambuf_iterator<char>());
+    if (file.size() < sizeof kSignature ||
+        std::memcmp(file.data(), kSignature, sizeof kSignature) != 0)
         return true;
     Walk walk;
     size_t at = sizeof kSignature;
     for (bool first = true;; first = false) {
-        if (size - at < 8) {
+        if (file.size() - at < 8) {
             reason = "truncated PNG: the file ends before its IEND chunk";
             return false;
         }
-        const unsigned char* chunk = file + at;
+        const unsigned char* chunk = file.data() + at;
         const uint32_t length = bigEndian(chunk);
         if (length > kMaxLength || !isLetter(chunk[4]) || !isLetter(chunk[5]) ||
             !isLetter(chunk[6]) || !isLetter(chunk[7])) {
@@ -126,7 +110,7 @@ bool checkPngBytes(const unsigned char* file, size_t size, std::string& reason) 
             return false;
         }
         const std::string type(reinterpret_cast<const char*>(chunk + 4), 4);
-        if (size - at - 8 < size_t(length) + 4) {
+        if (file.size() - at - 8 < size_t(length) + 4) {
             reason = "truncated PNG: the file ends inside chunk " + type;
             return false;
         }
@@ -141,13 +125,6 @@ bool checkPngBytes(const unsigned char* file, size_t size, std::string& reason) 
         return false;
     }
     return true;
-}
-
-bool checkPngChunks(const std::string& path, std::string& reason) {
-    std::vector<unsigned char> file;
-    if (!readPngFile(path, file))
-        return true; // not a PNG, or the decoder names the reason
-    return checkPngBytes(file.data(), file.size(), reason);
 }
 
 } // namespace Orvane

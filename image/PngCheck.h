@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
-#include <vector>
 
 namespace Orvane {
 
@@ -16,15 +14,5 @@ namespace Orvane {
 /// with `reason` ("truncated PNG: …", "damaged PNG: …") otherwise. The
 /// compressed stream inside the image data is left to the decoder.
 bool checkPngChunks(const std::string& path, std::string& reason);
-
-/// As checkPngChunks, on the `size` bytes of a whole file at `file`.
-bool checkPngBytes(const unsigned char* file, size_t size, std::string& reason);
-
-/// Whether `data` starts with the PNG signature.
-bool isPng(const unsigned char* data, size_t size);
-
-/// Reads the whole file at `path` into `bytes` when it starts with the PNG
-/// signature; false, reading no further than the signature, otherwise.
-bool readPngFile(const std::string& path, std::vector<unsigned char>& bytes);
 
 } // namespace Orvane

@@ -7,7 +7,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     liblapack-dev
     libopenimageio-dev openimageio-tools
-    zlib1g-dev libpng-dev
+    zlib1g-dev
     libgl-dev
     libopencv-dev # the comparison benchmark only
     opencv-doc # its sample photographs and footage, for the accuracy suite
