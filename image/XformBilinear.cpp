@@ -169,6 +169,21 @@ TAVRIX_AVX2 inline bool window8(const float* base, int rowFloats, const GenRect<
     return true;
 }
 
+// The four neighbours of eight taps: from a row window where the source and
+// the taps allow it, else by gathers.
+TAVRIX_AVX2 inline void fetch8(const float* base, int rowFloats, __m256i rowStep, bool windowed,
+                               const GenRect<int>& sb, __m256i ix, __m256i iy, __m256& p00,
+                               __m256& p10, __m256& p01, __m256& p11) {
+    if (windowed && window8(base, rowFloats, sb, ix, iy, p00, p10, p01, p11))
+        return;
+    const __m256i i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
+    const __m256i i01 = _mm256_add_epi32(i00, rowStep);
+    p00 = _mm256_i32gather_ps(base, i00, 4);
+    p10 = _mm256_i32gather_ps(base + 1, i00, 4);
+    p01 = _mm256_i32gather_ps(base, i01, 4);
+    p11 = _mm256_i32gather_ps(base + 1, i01, 4);
+}
+
 // Eight pixels a step, each lane doing the plain loop's float operations in
 // the same order, so every sample comes out the same to the bit. A block
 // with a position beyond ±1e9 (or NaN) goes through the plain loop. Rows
@@ -211,14 +226,7 @@ TAVRIX_AVX2 void bilinearRowAvx2(const RowWarp<float>& w, int y, int x0, int x1,
         const __m256i iy = resolve8(sy, w.sb.y, int(w.lastRow), fy);
         const __m256 gx = _mm256_sub_ps(one, fx), gy = _mm256_sub_ps(one, fy);
         __m256 p00, p10, p01, p11;
-        if (!windowed || !window8(base, rowFloats, w.sb, ix, iy, p00, p10, p01, p11)) {
-            const __m256i i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
-            const __m256i i01 = _mm256_add_epi32(i00, rowStep);
-            p00 = _mm256_i32gather_ps(base, i00, 4);
-            p10 = _mm256_i32gather_ps(base + 1, i00, 4);
-            p01 = _mm256_i32gather_ps(base, i01, 4);
-            p11 = _mm256_i32gather_ps(base + 1, i01, 4);
-        }
+        fetch8(base, rowFloats, rowStep, windowed, w.sb, ix, iy, p00, p10, p01, p11);
         __m256 v = _mm256_mul_ps(_mm256_mul_ps(p11, fx), fy);
         v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p01, gx), fy));
         v = _mm256_add_ps(v, _mm256_mul_ps(_mm256_mul_ps(p10, fx), gy));
@@ -289,14 +297,7 @@ TAVRIX_AVX2 void bilinearRowGroupAvx2(const RowWarp<float>* w, int count, int y,
             const __m256i same =
                 _mm256_and_si256(_mm256_cmpeq_epi32(ix, heldX), _mm256_cmpeq_epi32(iy, heldY));
             if (!loaded || _mm256_movemask_epi8(same) != -1) {
-                if (!windowed || !window8(base, rowFloats, w[k].sb, ix, iy, p00, p10, p01, p11)) {
-                    const __m256i i00 = _mm256_add_epi32(_mm256_mullo_epi32(iy, rowStep), ix);
-                    const __m256i i01 = _mm256_add_epi32(i00, rowStep);
-                    p00 = _mm256_i32gather_ps(base, i00, 4);
-                    p10 = _mm256_i32gather_ps(base + 1, i00, 4);
-                    p01 = _mm256_i32gather_ps(base, i01, 4);
-                    p11 = _mm256_i32gather_ps(base + 1, i01, 4);
-                }
+                fetch8(base, rowFloats, rowStep, windowed, w[k].sb, ix, iy, p00, p10, p01, p11);
                 heldX = ix;
                 heldY = iy;
                 loaded = true;
