@@ -88,39 +88,8 @@ template <int N> inline void columnPairSums(const float* dy, ptrdiff_t cs, int n
         sums[p] = (acc[p][0] + acc[p][1]) + (acc[p][2] + acc[p][3]);
 }
 
-// columnPairSums with each pair's four sums the lanes of one vector.
-template <int N>
-__attribute__((target("avx2"))) void columnPairSumsAvx2(const float* dy, ptrdiff_t cs, int ny,
-                                                        double* sums) {
-    constexpr int pairs = N * (N + 1) / 2;
-    __m256d acc[pairs];
-    for (int p = 0; p < pairs; ++p)
-        acc[p] = _mm256_setzero_pd();
-    int i = 0;
-    for (; i + 4 <= ny; i += 4) {
-        __m128 col[N];
-        for (int j = 0; j < N; ++j)
-            col[j] = _mm_loadu_ps(dy + j * cs + i);
-        int p = 0;
-        for (int j = 0; j < N; ++j)
-            for (int k = 0; k <= j; ++k, ++p)
-                acc[p] = _mm256_add_pd(acc[p], _mm256_cvtps_pd(_mm_mul_ps(col[k], col[j])));
-    }
-    alignas(32) double lanes[pairs][4];
-    for (int p = 0; p < pairs; ++p)
-        _mm256_store_pd(lanes[p], acc[p]);
-    for (int l = 0; i < ny; ++i, ++l) {
-        int p = 0;
-        for (int j = 0; j < N; ++j)
-            for (int k = 0; k <= j; ++k, ++p)
-                lanes[p][l] += double(dy[k * cs + i] * dy[j * cs + i]);
-    }
-    for (int p = 0; p < pairs; ++p)
-        sums[p] = (lanes[p][0] + lanes[p][1]) + (lanes[p][2] + lanes[p][3]);
-}
-
-// columnPairSumsAvx2 and, in the same walk, the gradient of _gradient for
-// contiguous goal and outputs. The gradient's running float sums form a
+// columnSumsAvx2 can form, in the same walk as the pair sums, the gradient
+// of _gradient for contiguous goal and outputs. The gradient's running float sums form a
 // chain of dependent additions that alone leaves the core waiting; beside
 // the pair products it comes almost free. Its six sums are the lanes of two
 // vectors, each row's terms taken from the loaded columns by a transpose,
@@ -144,10 +113,12 @@ gradientRows(const __m128 (&col)[6], const float* gl, const float* yp, __m128& g
     }
 }
 
+// columnPairSums with each pair's four sums the lanes of one vector, and
+// with Gradient (six columns only) the gradient in the same walk.
+template <int N, bool Gradient>
 __attribute__((target("avx2"))) void columnSumsAvx2(const float* dy, ptrdiff_t cs, const float* gl,
                                                     const float* yp, int ny, double* sums,
                                                     float* gp) {
-    constexpr int N = 6;
     constexpr int pairs = N * (N + 1) / 2;
     __m256d acc[pairs];
     for (int p = 0; p < pairs; ++p)
@@ -162,7 +133,8 @@ __attribute__((target("avx2"))) void columnSumsAvx2(const float* dy, ptrdiff_t c
         for (int j = 0; j < N; ++j)
             for (int k = 0; k <= j; ++k, ++p)
                 acc[p] = _mm256_add_pd(acc[p], _mm256_cvtps_pd(_mm_mul_ps(col[k], col[j])));
-        gradientRows(col, gl + i, yp + i, g03, g45);
+        if constexpr (Gradient)
+            gradientRows(col, gl + i, yp + i, g03, g45);
     }
     alignas(32) double lanes[pairs][4];
     for (int p = 0; p < pairs; ++p)
@@ -175,14 +147,17 @@ __attribute__((target("avx2"))) void columnSumsAvx2(const float* dy, ptrdiff_t c
         for (int j = 0; j < N; ++j)
             for (int k = 0; k <= j; ++k, ++p)
                 lanes[p][l] += double(dy[k * cs + i] * dy[j * cs + i]);
-        const double d = double(gl[i]) - double(yp[i]);
-        for (int j = 0; j < N; ++j)
-            g[j] = float(double(g[j]) + double(dy[j * cs + i]) * d);
+        if constexpr (Gradient) {
+            const double d = double(gl[i]) - double(yp[i]);
+            for (int j = 0; j < N; ++j)
+                g[j] = float(double(g[j]) + double(dy[j * cs + i]) * d);
+        }
     }
     for (int p = 0; p < pairs; ++p)
         sums[p] = (lanes[p][0] + lanes[p][1]) + (lanes[p][2] + lanes[p][3]);
-    for (int j = 0; j < N; ++j)
-        gp[j] = g[j];
+    if constexpr (Gradient)
+        for (int j = 0; j < N; ++j)
+            gp[j] = g[j];
 }
 
 bool avx2Present() {
@@ -195,7 +170,7 @@ bool avx2Present() {
 
 template <int N> void columnPairSumsBest(const float* dy, ptrdiff_t cs, int ny, double* sums) {
     if (avx2Present())
-        columnPairSumsAvx2<N>(dy, cs, ny, sums);
+        columnSumsAvx2<N, false>(dy, cs, nullptr, nullptr, ny, sums, nullptr);
     else
         columnPairSums<N>(dy, cs, ny, sums);
 }
@@ -259,7 +234,7 @@ bool fusedSums(const KrGenMatrix<float>& dy, const KrGenVector<float>& goal,
     if (nx != 6 || !avx2Present() || dy.rowStride() != 1 || y.length() < ny || goal.stride() != 1 ||
         y.stride() != 1)
         return false;
-    columnSumsAvx2(dy.data(), dy.colStride(), goal.data(), y.data(), ny, sums, gp);
+    columnSumsAvx2<6, true>(dy.data(), dy.colStride(), goal.data(), y.data(), ny, sums, gp);
     return true;
 }
 
